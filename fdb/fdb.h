@@ -1,0 +1,99 @@
+/* SPDX-License-Identifier: GPL-2.0 */
+/*
+ * The forwarding database: one entry per (member port, programme).
+ *
+ * Locking: igmp_fdb_lock guards igmp_fdb_list, every field of its entries
+ * and igmp_snooping_enable.  It is always taken with bottom halves
+ * disabled and never held while the flow, drop or accounting locks are
+ * taken.  The lookups below do not lock: callers hold igmp_fdb_lock
+ * around the lookup and every use of its result.
+ */
+#ifndef JIX_FDB_H
+#define JIX_FDB_H
+
+#include "jix_mc.h"
+
+struct igmp_acnt {
+	u8 acnt_id;		/* hardware counter of the entry's group */
+	u32 pkt_base;		/* counter readings when it was bound */
+	u32 pkt_acnt;		/* counts since then, as last computed */
+	u64 byte_base;
+	u64 byte_acnt;
+	u8 bound;		/* acnt_id and the bases are valid */
+};
+
+struct igmp_fdb_entry {
+	struct list_head list;
+	s32 flow_idx;		/* hardware flow of the programme, -1: none */
+	u8 port;
+	s16 vlan;		/* -1: untagged */
+	struct mc_ip_addr grp_ip;
+	struct mc_ip_addr src_ip;
+	u8 grp_mac[ETH_ALEN];
+	u32 vlan_mode;
+	u16 outer_tpid;
+	u16 outer_tci;
+	u16 inner_tpid;
+	u16 inner_tci;
+	struct igmp_acnt acnt;
+};
+
+extern spinlock_t igmp_fdb_lock;
+extern u32 igmp_filter_mode;
+extern u32 igmp_snooping_enable;
+
+/* Lookups (caller holds igmp_fdb_lock). */
+struct igmp_fdb_entry *igmp_find_entry(const struct igmp_entry_info *key);
+struct igmp_fdb_entry *igmp_find_entry_by_ip_vid(const struct igmp_entry_info *key);
+struct igmp_fdb_entry *igmp_find_entry_by_mac(const struct igmp_entry_info *key);
+struct igmp_fdb_entry *igmp_find_entry_by_ip_and_src_ip(const struct igmp_entry_info *key);
+struct igmp_fdb_entry *igmp_find_entry_by_mac_vid(const struct igmp_entry_info *key);
+struct igmp_fdb_entry *igmp_find_entry_by_mac_ip(const struct igmp_entry_info *key);
+struct igmp_fdb_entry *igmp_find_entry_by_all(const struct igmp_entry_info *key);
+
+int igmp_is_programme_exist(const struct igmp_entry_info *key, s32 *flow_idx,
+			    u64 *mask, u32 op);
+int igmp_find_data_by_ip_vid(const struct igmp_entry_info *key, s32 *flow_idx,
+			     u64 *mask, u32 op);
+int igmp_find_data_by_mac(const struct igmp_entry_info *key, s32 *flow_idx,
+			  u64 *mask, u32 op);
+int igmp_find_data_by_ip_and_src_ip(const struct igmp_entry_info *key,
+				    s32 *flow_idx, u64 *mask, u32 op);
+int igmp_find_data_by_mac_vid(const struct igmp_entry_info *key, s32 *flow_idx,
+			      u64 *mask, u32 op);
+int igmp_find_data_by_mac_ip(const struct igmp_entry_info *key, s32 *flow_idx,
+			     u64 *mask, u32 op);
+int igmp_find_data_by_all(const struct igmp_entry_info *key, s32 *flow_idx,
+			  u64 *mask, u32 op);
+
+#define IGMP_PROG_OP_ADD	1	/* the key's port is about to join */
+#define IGMP_PROG_OP_DEL	2	/* the key's port is about to leave */
+
+void igmp_init_fdb(void);
+void igmp_init_fdb_tmp(void);
+struct list_head *igmp_get_fdb_list(void);
+struct list_head *igmp_get_fdb_tmp_list(void);
+void igmp_clear_entry(void);
+void igmp_clear_entry_tmp(void);
+void igmp_del_entry(struct igmp_fdb_entry *entry);
+bool igmp_fdb_empty(void);
+
+/* Entry operations: 0 (or a count) on success, -1 on failure. */
+int quor_igmp_add_entry(const struct igmp_entry_info *req);
+int quor_igmp_del_entry(const struct igmp_entry_info *req);
+int quor_igmp_update_entry(const struct igmp_entry_info *req);
+int quor_igmp_clear_entry_by_port(u8 port);
+void quor_igmp_clear_all_entry(void);
+int quor_igmp_get_entry(struct igmp_entry_get_req *req);
+void quor_igmp_set_filterMode(u32 mode);
+int quor_igmp_set_snooping(u8 mode);
+u8 quor_igmp_get_snooping(void);
+void quor_igmp_remove_list(void);
+
+/* The forwarding-entry proc file. */
+int jix_mc_fwd_entry_read_proc(char *page, char **start, off_t off, int count,
+			       int *eof, void *data);
+int jix_mc_fwd_entry_write_proc(struct file *file, const char __user *buffer,
+				unsigned long count, void *data);
+
+#endif /* JIX_FDB_H */

@@ -1,0 +1,31 @@
+/* SPDX-License-Identifier: GPL-2.0 */
+/*
+ * Hardware flow offload: the flows bound into the forwarding engine and
+ * the drop entries of groups that nobody watches, each with an aging
+ * timer.  Lock order: hwnat_flow_lock before hwnat_drop_lock; neither is
+ * taken while igmp_fdb_lock is held.
+ */
+#ifndef JIX_HWNAT_H
+#define JIX_HWNAT_H
+
+#include "jix_mc.h"
+
+void jix_init_hwnat_list(void);
+/* Stop every timer and free every flow and drop record, quietly. */
+void jix_hwnat_release_all(void);
+
+void quor_update_hwnat_entry(u32 flow_idx, u64 mask);
+void jix_xpon_hwnat_del_flow_by_index(s32 flow_idx);
+int jix_update_iptv_table_entry(s32 flow_idx);
+int jix_remove_iptv_table_entry(void);
+void jix_xpon_hwnat_clear_flows(void);
+int jix_xpon_hwnat_learn_flow(struct sk_buff *skb);
+struct hwnat_flow_entry *jix_xpon_hwnat_find_speed_entry(int index);
+int jix_mc_hwnat_flow_read_proc(char *page, char **start, off_t off, int count,
+				int *eof, void *data);
+
+int jix_add_iptv_table_entry(const struct igmp_entry_info *req);
+void jix_xpon_hwnat_clear_all_drop(void);
+int jix_xpon_hwnat_drop_multicast(struct sk_buff *skb, unsigned long long mask);
+
+#endif /* JIX_HWNAT_H */

@@ -1,0 +1,153 @@
+// SPDX-License-Identifier: GPL-2.0
+/*
+ * The character device "quor_igmp" (major 253): ioctl commands through
+ * which a user-space program manages the forwarding database.
+ *
+ * Every command copies its argument in whole before it acts.  A copy that
+ * faults makes the command fail with -EFAULT and change nothing, so a bad
+ * pointer never acts on half an argument.
+ */
+#include "jix_mc.h"
+#include "fdb/fdb.h"
+
+static const struct file_operations quor_igmp_fops = {
+	.owner = THIS_MODULE,
+	.unlocked_ioctl = quor_igmp_ioctl,
+};
+
+static bool quor_igmp_cdev_registered;
+
+int quor_igmp_cdev_init(void)
+{
+	int ret;
+
+	ret = __register_chrdev(QUOR_IGMP_MAJOR, 0, QUOR_IGMP_MINORS,
+				QUOR_IGMP_DEV_NAME, &quor_igmp_fops);
+	if (ret < 0) {
+		printk(KERN_ERR "%s: quor_igmp_cdev_init failed\n", __FILE__);
+		return ret;
+	}
+	quor_igmp_cdev_registered = true;
+	return 0;
+}
+
+void quor_igmp_cdev_deinit(void)
+{
+	if (!quor_igmp_cdev_registered)
+		return;
+	__unregister_chrdev(QUOR_IGMP_MAJOR, 0, QUOR_IGMP_MINORS,
+			    QUOR_IGMP_DEV_NAME);
+	quor_igmp_cdev_registered = false;
+}
+
+static long quor_igmp_ioc_entry(unsigned int cmd, void __user *arg)
+{
+	struct igmp_entry_info info;
+
+	if (copy_from_user(&info, arg, sizeof(info)))
+		return -EFAULT;
+	if (cmd == QUOR_IGMP_IOC_ADD_ENTRY)
+		return quor_igmp_add_entry(&info);
+	if (cmd == QUOR_IGMP_IOC_DEL_ENTRY)
+		return quor_igmp_del_entry(&info);
+	return quor_igmp_update_entry(&info);
+}
+
+/*
+ * Get-entries writes its records under igmp_fdb_lock, so it is handed a
+ * kernel copy of the request and of the records, copied out afterwards.
+ * Returns the number of records, -ENOMEM when the room for them cannot be
+ * allocated, -EFAULT when the request cannot be read or the answer cannot
+ * be written back (the entries' counts are consumed by then).
+ */
+static long quor_igmp_ioc_get(void __user *arg)
+{
+	struct igmp_entry_info *room = NULL;
+	struct igmp_entry_info __user *dst;
+	struct igmp_entry_get_req req;
+	long ret;
+
+	if (copy_from_user(&req, arg, sizeof(req)))
+		return -EFAULT;
+	dst = (struct igmp_entry_info __user __force *)req.entries;
+	if (req.entry_num > 0) {
+		room = kcalloc(req.entry_num, sizeof(*room), GFP_KERNEL);
+		if (!room)
+			return -ENOMEM;
+	}
+	req.entries = room;
+	ret = quor_igmp_get_entry(&req);
+	if (ret >= 0) {
+		req.entries = (struct igmp_entry_info __force *)dst;
+		if (copy_to_user(dst, room, ret * sizeof(*room)) ||
+		    copy_to_user(arg, &req, sizeof(req)))
+			ret = -EFAULT;
+	}
+	kfree(room);
+	return ret;
+}
+
+static long quor_igmp_ioc_set_filter(void __user *arg)
+{
+	u32 mode;
+
+	if (copy_from_user(&mode, arg, sizeof(mode)))
+		return -EFAULT;
+	quor_igmp_set_filterMode(mode);
+	return 0;
+}
+
+static long quor_igmp_ioc_get_filter(void __user *arg)
+{
+	u32 mode = READ_ONCE(igmp_filter_mode);
+
+	if (copy_to_user(arg, &mode, sizeof(mode)))
+		return -EFAULT;
+	return mode;
+}
+
+static long quor_igmp_ioc_byte(unsigned int cmd, void __user *arg)
+{
+	u8 val;
+
+	if (cmd == QUOR_IGMP_IOC_GET_SNOOPING) {
+		val = quor_igmp_get_snooping();
+		return copy_to_user(arg, &val, 1) ? -EFAULT : 0;
+	}
+	if (copy_from_user(&val, arg, 1))
+		return -EFAULT;
+	if (cmd == QUOR_IGMP_IOC_SET_SNOOPING)
+		return quor_igmp_set_snooping(val);
+	if (igmp_fdb_empty())
+		return 0;
+	return quor_igmp_clear_entry_by_port(val);
+}
+
+long quor_igmp_ioctl(struct file *file, unsigned int cmd, unsigned long arg)
+{
+	void __user *uarg = (void __user *)arg;
+
+	jix_dbg(JIX_DBG_TRACE, "[%s]cmd = %u\n", "quor_igmp_ioctl", cmd);
+	switch (cmd) {
+	case QUOR_IGMP_IOC_ADD_ENTRY:
+	case QUOR_IGMP_IOC_DEL_ENTRY:
+	case QUOR_IGMP_IOC_UPDATE_ENTRY:
+		return quor_igmp_ioc_entry(cmd, uarg);
+	case QUOR_IGMP_IOC_CLEAR_BY_PORT:
+	case QUOR_IGMP_IOC_SET_SNOOPING:
+	case QUOR_IGMP_IOC_GET_SNOOPING:
+		return quor_igmp_ioc_byte(cmd, uarg);
+	case QUOR_IGMP_IOC_CLEAR_ALL:
+		if (!igmp_fdb_empty())
+			quor_igmp_clear_all_entry();
+		return 0;
+	case QUOR_IGMP_IOC_GET_ENTRY:
+		return quor_igmp_ioc_get(uarg);
+	case QUOR_IGMP_IOC_SET_FILTER_MODE:
+		return quor_igmp_ioc_set_filter(uarg);
+	case QUOR_IGMP_IOC_GET_FILTER_MODE:
+		return quor_igmp_ioc_get_filter(uarg);
+	default:
+		return -1;
+	}
+}

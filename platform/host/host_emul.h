@@ -1,0 +1,30 @@
+/* SPDX-License-Identifier: GPL-2.0 */
+/*
+ * Private glue between the pieces of the host emulation.  Module code
+ * and tests never include this.
+ */
+#ifndef JIX_HOST_EMUL_H
+#define JIX_HOST_EMUL_H
+
+#include "host_ctl.h"
+
+namespace host {
+
+/* Decide whether a non-sleeping allocation fails (counts the attempt). */
+bool atomic_alloc_fails();
+/* Account a module-visible object (kmalloc or skb) coming and going. */
+void live_inc();
+void live_dec();
+/* Unique non-zero id of the calling thread. */
+unsigned long thread_id();
+
+/* Per-area resets, called by host_reset(). */
+void kernel_reset();
+void timer_reset();
+void net_reset();
+void proc_chrdev_reset();
+void vendor_reset();
+
+} /* namespace host */
+
+#endif /* JIX_HOST_EMUL_H */

@@ -1,0 +1,233 @@
+// SPDX-License-Identifier: GPL-2.0
+/*
+ * Host emulation of jiffies and timers.  Time stands still until a test
+ * advances it; the advancing thread then runs the expired timers, in
+ * softirq context, tick by tick as the kernel's timer softirq would.
+ */
+#include "host_emul.h"
+
+#include <algorithm>
+#include <condition_variable>
+#include <map>
+#include <mutex>
+#include <vector>
+
+#define JIFFIES_START	100000UL
+
+volatile unsigned long jiffies = JIFFIES_START;
+
+namespace {
+
+std::mutex timer_mtx;
+std::condition_variable timer_done;
+/* Pending timers and the arming sequence number of each. */
+std::map<struct timer_list *, unsigned long> pending;
+/* Timers whose function is running, and on which thread. */
+std::multimap<struct timer_list *, unsigned long> running;
+unsigned long arm_seq;
+
+/* Value of entry.pprev that marks a timer as pending. */
+struct hlist_node **pending_mark(struct timer_list *t)
+{
+	return &t->entry.next;
+}
+
+void set_pending(struct timer_list *t, bool on)
+{
+	__atomic_store_n(&t->entry.pprev, on ? pending_mark(t) : nullptr,
+			 __ATOMIC_RELAXED);
+}
+
+unsigned long now()
+{
+	return __atomic_load_n(&jiffies, __ATOMIC_RELAXED);
+}
+
+void set_now(unsigned long j)
+{
+	__atomic_store_n(&jiffies, j, __ATOMIC_RELAXED);
+}
+
+/* Caller holds timer_mtx. */
+bool detach(struct timer_list *t)
+{
+	if (!pending.erase(t))
+		return false;
+	set_pending(t, false);
+	return true;
+}
+
+bool running_elsewhere(struct timer_list *t)
+{
+	auto r = running.equal_range(t);
+	for (auto it = r.first; it != r.second; ++it)
+		if (it->second != host::thread_id())
+			return true;
+	return false;
+}
+
+struct due_timer {
+	struct timer_list *t;
+	unsigned long seq;
+	long when;		/* expiry relative to the current tick */
+};
+
+/* Timers due at tick @j, in expiry then arming order. */
+std::vector<due_timer> collect_due(unsigned long j)
+{
+	std::vector<due_timer> due;
+
+	for (const auto &p : pending) {
+		long when = (long)(p.first->expires - j);
+		if (when <= 0)
+			due.push_back({p.first, p.second, when});
+	}
+	std::sort(due.begin(), due.end(), [](const due_timer &a,
+					       const due_timer &b) {
+		return a.when != b.when ? a.when < b.when : a.seq < b.seq;
+	});
+	return due;
+}
+
+/* First expiry in (j, target], or @target when none. */
+unsigned long next_expiry(unsigned long j, unsigned long target)
+{
+	unsigned long next = target;
+
+	for (const auto &p : pending) {
+		unsigned long e = p.first->expires;
+		if (time_after(e, j) && time_before(e, next))
+			next = e;
+	}
+	return next;
+}
+
+/* Run one timer of a batch unless it was re-armed or deleted since. */
+void run_one(const due_timer &d)
+{
+	std::unique_lock<std::mutex> g(timer_mtx);
+	auto it = pending.find(d.t);
+	if (it == pending.end() || it->second != d.seq)
+		return;
+	detach(d.t);
+	auto run = running.emplace(d.t, host::thread_id());
+	void (*fn)(struct timer_list *) = d.t->function;
+	g.unlock();
+
+	local_bh_disable();
+	fn(d.t);
+	local_bh_enable();
+
+	g.lock();
+	running.erase(run);
+	timer_done.notify_all();
+}
+
+} /* namespace */
+
+namespace host {
+
+void timer_reset()
+{
+	std::lock_guard<std::mutex> g(timer_mtx);
+	pending.clear();
+	set_now(JIFFIES_START);
+}
+
+} /* namespace host */
+
+extern "C" {
+
+unsigned long round_jiffies(unsigned long j)
+{
+	unsigned long original = j;
+	unsigned long rem = j % HZ;
+
+	if (rem < HZ / 4)
+		j -= rem;
+	else
+		j = j - rem + HZ;
+	return time_after(j, now()) ? j : original;
+}
+
+void timer_setup(struct timer_list *t, void (*fn)(struct timer_list *),
+		 unsigned int flags)
+{
+	t->entry.next = NULL;
+	set_pending(t, false);
+	t->expires = 0;
+	t->function = fn;
+	t->flags = flags;
+}
+
+int mod_timer(struct timer_list *t, unsigned long expires)
+{
+	std::lock_guard<std::mutex> g(timer_mtx);
+	bool was = pending.count(t) != 0;
+
+	if (was && t->expires == expires)
+		return 1;
+	t->expires = expires;
+	pending[t] = ++arm_seq;
+	set_pending(t, true);
+	return was;
+}
+
+int del_timer(struct timer_list *t)
+{
+	std::lock_guard<std::mutex> g(timer_mtx);
+	return detach(t);
+}
+
+int del_timer_sync(struct timer_list *t)
+{
+	std::unique_lock<std::mutex> g(timer_mtx);
+
+	/* Called from the timer's own function this would never return. */
+	WARN_ON(running.count(t) && !running_elsewhere(t));
+	timer_done.wait(g, [t] { return !running_elsewhere(t); });
+	return detach(t);
+}
+
+int timer_pending(const struct timer_list *t)
+{
+	return __atomic_load_n(&t->entry.pprev, __ATOMIC_RELAXED) != NULL;
+}
+
+void host_jiffies_advance(unsigned long n)
+{
+	unsigned long target = now() + n;
+
+	for (;;) {
+		std::unique_lock<std::mutex> g(timer_mtx);
+		unsigned long j = now();
+		std::vector<due_timer> due = collect_due(j);
+
+		if (due.empty()) {
+			if (j == target)
+				return;
+			set_now(next_expiry(j, target));
+			continue;
+		}
+		g.unlock();
+		/* Timers armed for this tick by these functions run next tick. */
+		for (const due_timer &d : due)
+			run_one(d);
+		if (j == target)
+			return;
+		set_now(j + 1);
+	}
+}
+
+void host_jiffies_set(unsigned long j)
+{
+	set_now(j);
+}
+
+int host_timers_pending(void)
+{
+	std::lock_guard<std::mutex> g(timer_mtx);
+	return (int)pending.size();
+}
+
+} /* extern "C" */

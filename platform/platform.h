@@ -1,0 +1,66 @@
+/* SPDX-License-Identifier: GPL-2.0 */
+/*
+ * The one header through which the module reaches the outside world.
+ *
+ * "plat_os.h" is found on the include path: platform/kernel/ for the
+ * kernel module build, platform/host/ for the user-space build.  Both give
+ * the same subset of the kernel API; module code uses nothing else.
+ */
+#ifndef JIX_PLATFORM_H
+#define JIX_PLATFORM_H
+
+#include "plat_os.h"
+#include "quor_vendor.h"
+
+/*
+ * Legacy page-filling proc files.
+ *
+ * A read handler writes its text into @page (JIX_PROC_PAGE_SIZE bytes),
+ * points *@start at the bytes to hand out (page + off for handlers that
+ * compose the whole text), returns how many bytes are available there (at
+ * most @count) and sets *@eof when the text ends within them.
+ *
+ * A write handler receives the caller's user buffer and returns the count
+ * consumed or a negative errno.
+ */
+#define JIX_PROC_PAGE_SIZE	4096
+
+typedef int (jix_read_proc_t)(char *page, char **start, off_t off, int count,
+			      int *eof, void *data);
+typedef int (jix_write_proc_t)(struct file *file, const char __user *buffer,
+			       unsigned long count, void *data);
+
+struct jix_proc_entry {
+	jix_read_proc_t *read_proc;
+	jix_write_proc_t *write_proc;
+	void *data;
+};
+
+/*
+ * Create a proc file; @name may carry one directory ("kv7730/x"), which
+ * is made on first use and removed with its last file.  Handlers are set
+ * on the returned entry afterwards.  Returns NULL on failure.
+ */
+struct jix_proc_entry *jix_create_proc_entry(const char *name, umode_t mode);
+void jix_remove_proc_entry(const char *name);
+
+/*
+ * Insert an 802.1Q tag (TPID 0x8100, @tci) as the outermost tag, behind
+ * the source MAC address at skb->data, growing the buffer at the front.
+ * Returns 0, or -ENOMEM with the buffer unchanged and still valid.
+ */
+int jix_vlan_put_tag(struct sk_buff *skb, u16 tci);
+
+/* Vendor per-frame words that the hardware forwarding driver reads. */
+void jix_skb_or_vendor_flags(struct sk_buff *skb, u32 bits);
+u32 jix_skb_vendor_flags(const struct sk_buff *skb);
+void jix_skb_or_hwnat_ctrl(struct sk_buff *skb, u32 bits);
+u32 jix_skb_hwnat_ctrl(const struct sk_buff *skb);
+
+/*
+ * Hand @skb to skb->dev's driver transmit routine directly, bypassing the
+ * queueing layer.  The buffer is consumed whatever happens.
+ */
+int jix_dev_xmit(struct sk_buff *skb);
+
+#endif /* JIX_PLATFORM_H */

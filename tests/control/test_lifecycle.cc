@@ -1,0 +1,146 @@
+// Start and stop: defaults, registrations, order, and clean failure.
+#include "support/module_fixture.h"
+
+using namespace jt;
+
+namespace {
+
+const char *const proc_files[] = {
+	"kv7730/jix_mc_hwnat_entry", "kv7730/jix_mc_acnt_mapping",
+	"kv7730/jix_mc_fwd_entry", "kv7730/jix_mc_debug", "kv7730/jix_mc_port_type",
+};
+
+class Lifecycle : public ModuleTest {};
+
+TEST_F(Lifecycle, StateAfterStart)
+{
+	EXPECT_EQ(4u, igmp_filter_mode);
+	EXPECT_EQ(1, quor_igmp_get_snooping());
+	EXPECT_EQ(1u, quor_mc_debug_level);
+	EXPECT_TRUE(igmp_fdb_empty());
+	for (u32 t : PORT_TYPE)
+		EXPECT_EQ(0u, t);
+	EXPECT_NE(nullptr, xpon_igmp_learn_flow_hook);
+	EXPECT_NE(nullptr, multicast_speed_find_entry_hook);
+	EXPECT_NE(nullptr, multicast_hwnat_drop_entry_hook);
+	for (const char *f : proc_files)
+		EXPECT_TRUE(host_proc_exists(f)) << f;
+	EXPECT_TRUE(host_chrdev_registered(253));
+	EXPECT_STREQ("quor_igmp", host_chrdev_name(253));
+	auto *ops = host_quor_find(36, 0);
+	ASSERT_NE(nullptr, ops);
+	EXPECT_STREQ("quor_mc_interval_hook", ops->name);
+	EXPECT_EQ(1, ops->priority);
+	ops = host_quor_find(36, 2);
+	ASSERT_NE(nullptr, ops);
+	EXPECT_STREQ("quor_mc_api_hook", ops->name);
+	EXPECT_EQ(32, host_counters_taken());
+	for (auto &s : mcst_acnt) {
+		EXPECT_EQ(1, s.valid);
+		EXPECT_TRUE(host_counter_taken(s.acnt_id));
+	}
+}
+
+TEST_F(Lifecycle, StopUndoesEverything)
+{
+	auto a = entry(1, "239.1.1.1");
+	quor_igmp_add_entry(&a);
+	fake::reset();
+	stop();
+	EXPECT_EQ("quor igmp module exit\n", log_take());
+	EXPECT_EQ(nullptr, xpon_igmp_learn_flow_hook);
+	EXPECT_EQ(nullptr, multicast_speed_find_entry_hook);
+	EXPECT_EQ(nullptr, multicast_hwnat_drop_entry_hook);
+	EXPECT_EQ(0, host_proc_count());
+	EXPECT_FALSE(host_chrdev_registered(253));
+	EXPECT_EQ(0, host_quor_registered_count());
+	EXPECT_EQ(0, host_counters_taken());
+	EXPECT_TRUE(igmp_fdb_empty());
+	EXPECT_TRUE(list_empty(igmp_get_fdb_tmp_list()));
+	EXPECT_EQ((std::vector<std::string>{ "clear_flows", "release_all" }), fake::calls);
+}
+
+TEST_F(Lifecycle, StopWithEmptyDatabaseLeavesHardwareFlowsAlone)
+{
+	stop();
+	EXPECT_FALSE(has_call("clear_flows"));
+	EXPECT_TRUE(has_call("release_all")); // records freed quietly
+}
+
+TEST_F(Lifecycle, BannerOnStartAtEveryLevel)
+{
+	stop();
+	host_log_clear();
+	quor_mc_debug_level = 0;
+	ASSERT_EQ(0, init_module());
+	loaded = true;
+	EXPECT_EQ("jix xpon multcast init\n", log_take());
+}
+
+TEST_F(Lifecycle, RestartAfterStop)
+{
+	stop();
+	ASSERT_EQ(0, init_module());
+	loaded = true;
+	EXPECT_EQ(32, host_counters_taken());
+	auto a = entry(1, "239.1.1.1");
+	EXPECT_EQ(2, api(QUOR_MC_API_ENTRY_ADD, &a).result);
+}
+
+class LifecycleFailures : public ::testing::Test {
+protected:
+	void SetUp() override
+	{
+		host_reset();
+		fake::reset();
+		live0 = host_alloc_live();
+	}
+	long live0;
+};
+
+TEST_F(LifecycleFailures, HookRegistrationFailureUndoesStart)
+{
+	net_device *d = host_netdev_alloc("eth0.1");
+	host_netdev_register(d);
+	host_quor_fail_next_register(-12);
+	EXPECT_EQ(-12, init_module());
+	EXPECT_EQ(0, host_quor_registered_count());
+	EXPECT_FALSE(host_chrdev_registered(253));
+	EXPECT_EQ(0, host_proc_count());
+	EXPECT_EQ(0, host_counters_taken());
+	EXPECT_EQ(nullptr, xpon_igmp_learn_flow_hook);
+	EXPECT_EQ(0, host_netdev_refcnt(d));
+	EXPECT_EQ(live0, host_alloc_live());
+	host_netdev_unregister(d);
+	host_netdev_free(d);
+	// A later start works.
+	ASSERT_EQ(0, init_module());
+	cleanup_module();
+	EXPECT_EQ(0u, host_warn_count());
+}
+
+TEST_F(LifecycleFailures, CharacterDeviceFailureIsLoggedAndStartGoesOn)
+{
+	host_chrdev_fail_next(-16);
+	ASSERT_EQ(0, init_module());
+	EXPECT_NE(std::string::npos, std::string(host_log_text()).find(": quor_igmp_cdev_init failed\n"));
+	EXPECT_EQ(1u, host_log_count_level(3));
+	EXPECT_FALSE(host_chrdev_registered(253));
+	auto a = entry(1, "239.1.1.1");
+	EXPECT_EQ(2, api(QUOR_MC_API_ENTRY_ADD, &a).result);
+	cleanup_module();
+	EXPECT_EQ(live0, host_alloc_live());
+}
+
+TEST_F(LifecycleFailures, ProcFileThatCannotBeCreatedIsSkipped)
+{
+	host_proc_fail_next_create();
+	ASSERT_EQ(0, init_module());
+	EXPECT_FALSE(host_proc_exists("kv7730/jix_mc_hwnat_entry"));
+	EXPECT_TRUE(host_proc_exists("kv7730/jix_mc_port_type"));
+	EXPECT_EQ(4, host_proc_count());
+	cleanup_module();
+	EXPECT_EQ(0, host_proc_count());
+}
+
+} // namespace

@@ -1,0 +1,87 @@
+// Recording stand-ins for the hardware-flow, drop and VLAN code, linked
+// instead of the real subsystems so that tests see exactly which calls the
+// forwarding database makes, with which arguments, and under which locks.
+#include "support/fake_offload.h"
+
+#include <cstdio>
+
+extern "C" {
+#include "hwnat/hwnat.h"
+#include "vlan/vlan.h"
+#include "fdb/fdb.h"
+#include "host_ctl.h"
+}
+
+namespace fake {
+std::vector<std::string> calls;
+int calls_under_fdb_lock;
+}
+
+static void record(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
+static void record(const char *fmt, ...)
+{
+	char buf[128];
+	va_list ap;
+
+	va_start(ap, fmt);
+	vsnprintf(buf, sizeof(buf), fmt, ap);
+	va_end(ap);
+	fake::calls.emplace_back(buf);
+	if (host_lock_held_by_me(&igmp_fdb_lock))
+		fake::calls_under_fdb_lock++;
+}
+
+extern "C" {
+
+void jix_init_hwnat_list(void) { record("init_hwnat"); }
+void jix_hwnat_release_all(void) { record("release_all"); }
+
+void quor_update_hwnat_entry(u32 flow_idx, u64 mask)
+{
+	record("update_hwnat(%d,0x%llx)", (int)flow_idx, (unsigned long long)mask);
+}
+
+void jix_xpon_hwnat_del_flow_by_index(s32 flow_idx)
+{
+	record("del_flow(%d)", flow_idx);
+}
+
+int jix_update_iptv_table_entry(s32 flow_idx)
+{
+	record("update_iptv(%d)", flow_idx);
+	return 0;
+}
+
+int jix_remove_iptv_table_entry(void)
+{
+	record("remove_iptv");
+	return 0;
+}
+
+void jix_xpon_hwnat_clear_flows(void) { record("clear_flows"); }
+int jix_xpon_hwnat_learn_flow(struct sk_buff *) { return 0; }
+struct hwnat_flow_entry *jix_xpon_hwnat_find_speed_entry(int) { return nullptr; }
+
+int jix_mc_hwnat_flow_read_proc(char *page, char **start, off_t off, int count,
+				int *eof, void *)
+{
+	return jix_proc_read_finish(page, start, off, count, eof, 0);
+}
+
+int jix_add_iptv_table_entry(const struct igmp_entry_info *req)
+{
+	record("add_iptv(%d.%d.%d.%d)", req->grp_ip.addr[0], req->grp_ip.addr[1],
+	       req->grp_ip.addr[2], req->grp_ip.addr[3]);
+	return 0;
+}
+
+void jix_xpon_hwnat_clear_all_drop(void) { record("clear_drop"); }
+int jix_xpon_hwnat_drop_multicast(struct sk_buff *, unsigned long long) { return -1; }
+
+void igmp_entry_check_vlan_mode(const struct igmp_entry_info *, u64 mask,
+				u32 flow_idx)
+{
+	record("check_vlan(%d,0x%llx)", (int)flow_idx, (unsigned long long)mask);
+}
+
+} // extern "C"

@@ -1,0 +1,177 @@
+// A started module on the host emulation, torn down after each test with
+// checks that nothing leaked: allocations, device references, warnings,
+// and calls into offload code made under the forwarding-database lock.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <arpa/inet.h>
+#include <string>
+#include <vector>
+
+extern "C" {
+#include "jix_mc.h"
+#include "fdb/fdb.h"
+#include "acnt/acnt.h"
+#include "host_ctl.h"
+}
+#include "support/fake_offload.h"
+
+namespace jt {
+
+// An IPv4 (or IPv6, when the address has a colon) entry request.
+inline igmp_entry_info entry(u8 port, const char *grp, s16 vlan = -1,
+			     const char *mac = nullptr)
+{
+	igmp_entry_info e{};
+	e.port = port;
+	e.vlan = vlan;
+	if (strchr(grp, ':')) {
+		inet_pton(AF_INET6, grp, e.grp_ip.addr);
+		e.grp_ip.isipv6 = 1;
+	} else {
+		inet_pton(AF_INET, grp, e.grp_ip.addr);
+	}
+	if (mac) {
+		sscanf(mac, "%hhx:%hhx:%hhx:%hhx:%hhx:%hhx", &e.grp_mac[0],
+		       &e.grp_mac[1], &e.grp_mac[2], &e.grp_mac[3], &e.grp_mac[4],
+		       &e.grp_mac[5]);
+	} else if (!e.grp_ip.isipv6) {
+		const u8 mc[6] = { 0x01, 0x00, 0x5e, (u8)(e.grp_ip.addr[1] & 0x7f),
+				   e.grp_ip.addr[2], e.grp_ip.addr[3] };
+		memcpy(e.grp_mac, mc, 6);
+	} else {
+		const u8 mc[6] = { 0x33, 0x33, e.grp_ip.addr[12], e.grp_ip.addr[13],
+				   e.grp_ip.addr[14], e.grp_ip.addr[15] };
+		memcpy(e.grp_mac, mc, 6);
+	}
+	return e;
+}
+
+// One API call through the hook framework, as the control plane makes it.
+struct ApiResult {
+	int hook;	// the dispatcher's return
+	int result;	// mc_data.result
+};
+
+inline ApiResult api(u32 id, void *param, void *param2 = nullptr, u32 param3 = 0)
+{
+	mc_data mc{};
+	mc.api_function_id = id;
+	mc.param.ptr = param;
+	mc.param2 = param2;
+	mc.param3 = param3;
+	mc.result = 12345;
+	int ret = __QUOR_HOOK(QUOR_HOOK_TYPE_MULTICAST, QUOR_MC_SUBTYPE_API, &mc);
+	return { ret, mc.result };
+}
+
+inline ApiResult api_u8(u32 id, u8 b0, u8 b1 = 0, void *param2 = nullptr,
+			u32 param3 = 0)
+{
+	mc_data mc{};
+	mc.api_function_id = id;
+	mc.param.bytes[0] = b0;
+	mc.param.bytes[1] = b1;
+	mc.param2 = param2;
+	mc.param3 = param3;
+	mc.result = 12345;
+	int ret = __QUOR_HOOK(QUOR_HOOK_TYPE_MULTICAST, QUOR_MC_SUBTYPE_API, &mc);
+	return { ret, mc.result };
+}
+
+// Entries of the database in list order (read under the lock).
+inline std::vector<igmp_fdb_entry> fdb_entries()
+{
+	std::vector<igmp_fdb_entry> v;
+	igmp_fdb_entry *e;
+
+	spin_lock_bh(&igmp_fdb_lock);
+	list_for_each_entry(e, igmp_get_fdb_list(), list)
+		v.push_back(*e);
+	spin_unlock_bh(&igmp_fdb_lock);
+	return v;
+}
+
+inline std::string log_take()
+{
+	std::string s = host_log_text();
+	host_log_clear();
+	return s;
+}
+
+inline bool has_call(const std::string &c)
+{
+	for (auto &x : fake::calls)
+		if (x == c)
+			return true;
+	return false;
+}
+
+class ModuleTest : public ::testing::Test {
+protected:
+	long live0 = 0;
+	bool loaded = false;
+	std::vector<net_device *> devs;
+
+	// Module state that a real load takes from the module image.
+	static void reset_image_state()
+	{
+		quor_mc_debug_level = 1;
+		igmp_snooping_enable = 1;
+		quor_mc_ctrl_packet_rx_cb_func = nullptr;
+		for (auto &r : lan_map_data) {
+			r.dev = nullptr;
+			r.sw_pktcnt = 0;
+			r.sw_bytecount = 0;
+		}
+	}
+
+	void SetUp() override
+	{
+		host_reset();
+		fake::reset();
+		reset_image_state();
+		live0 = host_alloc_live();
+		before_start();
+		ASSERT_EQ(0, init_module());
+		loaded = true;
+		host_log_clear();
+		fake::reset();
+	}
+
+	virtual void before_start() {}
+
+	void stop()
+	{
+		if (loaded)
+			cleanup_module();
+		loaded = false;
+	}
+
+	void TearDown() override
+	{
+		stop();
+		for (auto *d : devs) {
+			EXPECT_EQ(0, host_netdev_refcnt(d)) << d->name;
+			if (d->registered)
+				host_netdev_unregister(d);
+			host_netdev_free(d);
+		}
+		EXPECT_EQ(live0, host_alloc_live());
+		EXPECT_EQ(0u, host_warn_count());
+		EXPECT_EQ(0, fake::calls_under_fdb_lock);
+		EXPECT_EQ(0, host_locks_held());
+	}
+
+	net_device *netdev(const char *name, bool reg = true)
+	{
+		net_device *d = host_netdev_alloc(name);
+		devs.push_back(d);
+		if (reg)
+			host_netdev_register(d);
+		return d;
+	}
+};
+
+} // namespace jt
