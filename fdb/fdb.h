@@ -77,6 +77,8 @@ void igmp_clear_entry(void);
 void igmp_clear_entry_tmp(void);
 void igmp_del_entry(struct igmp_fdb_entry *entry);
 bool igmp_fdb_empty(void);
+/* Number of entries of @port (takes igmp_fdb_lock). */
+int igmp_count_port_entries(u8 port);
 
 /* Entry operations: 0 (or a count) on success, -1 on failure. */
 int quor_igmp_add_entry(const struct igmp_entry_info *req);

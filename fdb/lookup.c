@@ -183,6 +183,18 @@ bool igmp_fdb_empty(void)
 	return READ_ONCE(igmp_fdb_list.next) == &igmp_fdb_list;
 }
 
+int igmp_count_port_entries(u8 port)
+{
+	struct igmp_fdb_entry *e;
+	int n = 0;
+
+	spin_lock_bh(&igmp_fdb_lock);
+	list_for_each_entry(e, &igmp_fdb_list, list)
+		n += e->port == port;
+	spin_unlock_bh(&igmp_fdb_lock);
+	return n;
+}
+
 void igmp_clear_entry(void)
 {
 	if (!igmp_fdb_empty())

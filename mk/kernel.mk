@@ -4,15 +4,15 @@
 # on its own: make -f mk/kernel.mk module
 #
 #   module         build jix_xpon_multicast.ko (and quor_platform.ko)
-#   module-clean   remove the kernel build's products
+#   module-clean   remove the kernel build's products from the source tree
 #   module-check   clean W=1 build that fails on any warning
-#   module-sparse  sparse over every source (C=2)
+#   module-sparse  sparse over every source (C=2), fails on any warning
 #   module-arm64   AArch64 cross build against Debian's arm64 headers,
 #                  downloaded into .cache/arm64
 #
 # KDIR selects the kernel build tree (default: the newest Debian headers
 # for ARCH under /usr/src, or the downloaded arm64 ones); ARCH,
-# CROSS_COMPILE, W, C and JIX_VENDOR_KERNEL pass through to Kbuild.
+# CROSS_COMPILE, W and JIX_VENDOR_KERNEL pass through to Kbuild.
 
 JIX_ROOT := $(abspath $(dir $(lastword $(MAKEFILE_LIST)))..)
 JIX_CACHE := $(JIX_ROOT)/.cache
@@ -21,8 +21,7 @@ JIX_CACHE := $(JIX_ROOT)/.cache
 jix_newest = $(shell ls -d $(1) 2>/dev/null | sort -V | tail -n 1)
 
 ifeq ($(ARCH),arm64)
-KDIR ?= $(or $(call jix_newest,$(JIX_CACHE)/arm64/root/usr/src/linux-headers-*-arm64),\
-	     $(call jix_newest,/usr/src/linux-headers-*-arm64))
+KDIR ?= $(or $(call jix_newest,$(JIX_CACHE)/arm64/root/usr/src/linux-headers-*-arm64),$(call jix_newest,/usr/src/linux-headers-*-arm64))
 CROSS_COMPILE ?= aarch64-linux-gnu-
 else
 KDIR ?= $(call jix_newest,/usr/src/linux-headers-*-amd64)
@@ -35,50 +34,64 @@ jix_kbuild_vars = M=$(JIX_ROOT) \
 	$(if $(JIX_VENDOR_KERNEL),JIX_VENDOR_KERNEL=$(JIX_VENDOR_KERNEL))
 jix_kmake = $(MAKE) -C $(KDIR) $(jix_kbuild_vars)
 
+# Run a kernel build, show its output, and fail on a failed build or on
+# any line with "warning:" (compiler, sparse and modpost alike).
+define jix_kmake_strict
+	@out=$$($(jix_kmake) $(1) modules 2>&1); rc=$$?; \
+	printf '%s\n' "$$out"; \
+	if [ $$rc -ne 0 ]; then echo "$@: build failed" >&2; exit $$rc; fi; \
+	if printf '%s\n' "$$out" | grep -i 'warning:' >/dev/null; then \
+		echo "$@: warnings in the kernel build" >&2; exit 1; fi; \
+	echo "$@: clean"
+endef
+
+# Directories holding kernel objects (as in Kbuild).
+jix_kobj_dirs = module fdb datapath vlan hwnat acnt platform/kernel platform/standin
+
 .PHONY: module module-clean module-check module-sparse module-kdir module-arm64
 
 module-kdir:
 	@test -n "$(KDIR)" && test -f "$(KDIR)/Makefile" || \
-	{ echo "kernel build tree not found (KDIR='$(KDIR)'); install linux-headers-amd64 or set KDIR" >&2; exit 1; }
+	{ echo "kernel build tree not found (KDIR='$(KDIR)'): install linux-headers-amd64, set KDIR, or run 'make module-arm64'" >&2; exit 1; }
 
 module: module-kdir
 	$(jix_kmake) modules
 
-module-clean: module-kdir
-	$(jix_kmake) clean
+# Kbuild's own clean deletes every *.o, *.a, *.s and .*.cmd below M=,
+# which would reach a host build directory or .cache; remove only what
+# the kernel build made.
+module-clean:
+	cd $(JIX_ROOT) && rm -f *.ko *.mod *.mod.c *.o .*.cmd .*.d \
+		Module.symvers modules.order
+	cd $(JIX_ROOT) && for d in $(jix_kobj_dirs); do \
+		[ ! -d $$d ] || find $$d -maxdepth 1 -type f \
+		\( -name '*.o' -o -name '.*.cmd' -o -name '.*.d' \) -delete; \
+	done
 
-# The build output is kept in a shell variable so the build's own status
-# and the warning scan both decide the result.
-module-check: module-kdir
-	@$(jix_kmake) clean >/dev/null
-	@out=$$($(jix_kmake) W=1 modules 2>&1); rc=$$?; \
-	printf '%s\n' "$$out"; \
-	if [ $$rc -ne 0 ]; then echo "module-check: build failed" >&2; exit $$rc; fi; \
-	if printf '%s\n' "$$out" | grep -i 'warning:'; then \
-		echo "module-check: warnings in the kernel build" >&2; exit 1; fi; \
-	echo "module-check: W=1 build clean"
+module-check: module-kdir module-clean
+	$(call jix_kmake_strict,W=1)
 
 module-sparse: module-kdir
 	@command -v sparse >/dev/null || { echo "sparse is not installed (apt-get install sparse)" >&2; exit 1; }
-	$(jix_kmake) C=2 modules
+	$(call jix_kmake_strict,C=2)
 
 # ---- AArch64 cross build against Debian's arm64 headers ----
 #
 # The arm64 headers package of the same version as the installed amd64
-# headers shares their -common tree and works with the amd64 build tools.
+# headers shares their -common tree and works with the amd64 build tools
+# (linux-kbuild); only the package is fetched, with apt's own client.
 
 JIX_ARM64_DIR := $(JIX_CACHE)/arm64
-jix_amd64_kdir = $(call jix_newest,/usr/src/linux-headers-*-amd64)
-jix_kver = $(patsubst linux-headers-%-amd64,%,$(notdir $(jix_amd64_kdir)))
+jix_kver = $(patsubst linux-headers-%-amd64,%,$(notdir $(call jix_newest,/usr/src/linux-headers-*-amd64)))
 jix_apt_arm64 = -oAPT::Architecture=arm64 -oAPT::Architectures=arm64 \
-	-oDir::State::Lists=$(JIX_ARM64_DIR)/lists
+	-oDir::State::Lists=$(JIX_ARM64_DIR)/lists -oAPT::Sandbox::User=root
 
 module-arm64:
 	@test -n "$(jix_kver)" || { echo "install linux-headers-amd64 first" >&2; exit 1; }
 	@command -v aarch64-linux-gnu-gcc >/dev/null || { echo "install gcc-aarch64-linux-gnu first" >&2; exit 1; }
-	@H=$(JIX_ARM64_DIR)/root/usr/src/linux-headers-$(jix_kver)-arm64; \
+	@set -e; H=$(JIX_ARM64_DIR)/root/usr/src/linux-headers-$(jix_kver)-arm64; \
 	if [ ! -f $$H/Makefile ]; then \
-		set -e; mkdir -p $(JIX_ARM64_DIR)/lists/partial; \
+		mkdir -p $(JIX_ARM64_DIR)/lists/partial; \
 		cd $(JIX_ARM64_DIR); \
 		apt-get $(jix_apt_arm64) update; \
 		apt-get $(jix_apt_arm64) download linux-headers-$(jix_kver)-arm64; \

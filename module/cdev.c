@@ -55,26 +55,31 @@ static long quor_igmp_ioc_entry(unsigned int cmd, void __user *arg)
 
 /*
  * Get-entries writes its records under igmp_fdb_lock, so it is handed a
- * kernel copy of the request and of the records, copied out afterwards.
- * Returns the number of records, -ENOMEM when the room for them cannot be
- * allocated, -EFAULT when the request cannot be read or the answer cannot
- * be written back (the entries' counts are consumed by then).
+ * kernel copy of the request and room for the records, copied out
+ * afterwards.  The room is bounded by the port's entries, whatever
+ * capacity the caller claims.  Returns the number of records, -ENOMEM
+ * when the room cannot be allocated, -EFAULT when the request cannot be
+ * read or the answer cannot be written back; in both error cases the
+ * caller's request is left as it was.
  */
 static long quor_igmp_ioc_get(void __user *arg)
 {
 	struct igmp_entry_info *room = NULL;
 	struct igmp_entry_info __user *dst;
 	struct igmp_entry_get_req req;
+	s32 cap;
 	long ret;
 
 	if (copy_from_user(&req, arg, sizeof(req)))
 		return -EFAULT;
 	dst = (struct igmp_entry_info __user __force *)req.entries;
-	if (req.entry_num > 0) {
-		room = kcalloc(req.entry_num, sizeof(*room), GFP_KERNEL);
+	cap = min_t(s32, req.entry_num, igmp_count_port_entries(req.port_id));
+	if (cap > 0) {
+		room = kvcalloc(cap, sizeof(*room), GFP_KERNEL);
 		if (!room)
 			return -ENOMEM;
 	}
+	req.entry_num = max_t(s32, cap, 0);
 	req.entries = room;
 	ret = quor_igmp_get_entry(&req);
 	if (ret >= 0) {
@@ -83,7 +88,7 @@ static long quor_igmp_ioc_get(void __user *arg)
 		    copy_to_user(arg, &req, sizeof(req)))
 			ret = -EFAULT;
 	}
-	kfree(room);
+	kvfree(room);
 	return ret;
 }
 

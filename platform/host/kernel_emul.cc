@@ -254,8 +254,16 @@ int host_locks_held(void)
 
 /* ---- memory ---- */
 
+/* Beyond this even kvmalloc() refuses, with a warning. */
+#define KMALLOC_SANE_MAX	((size_t)INT32_MAX)
+
 void *kmalloc(size_t size, gfp_t flags)
 {
+	if (size > KMALLOC_SANE_MAX) {
+		if (!(flags & __GFP_NOWARN))
+			WARN_ON(size > KMALLOC_SANE_MAX);
+		return NULL;
+	}
 	if ((flags & GFP_ATOMIC) && host::atomic_alloc_fails())
 		return NULL;
 	void *p = malloc(size ? size : 1);

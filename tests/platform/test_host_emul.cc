@@ -90,6 +90,7 @@ TEST_F(Host, NthAtomicAllocationFailsOnceAndSleepingOnesNever)
 	EXPECT_EQ(skbmgr_alloc_skb2k(), nullptr);
 	EXPECT_NE(a = kmalloc(8, GFP_KERNEL), nullptr);
 	kfree(a);
+	EXPECT_EQ(kmalloc(1ul << 40, GFP_KERNEL | __GFP_NOWARN), nullptr);
 }
 
 /* ---- timers ---- */

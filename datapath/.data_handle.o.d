@@ -1,11 +1,12 @@
-quor_platform.o: /tmp/kt/platform/standin/quor_platform.c \
+data_handle.o: /work/main/datapath/data_handle.c \
  /usr/src/linux-headers-6.1.0-56-common/include/linux/compiler-version.h \
  /usr/src/linux-headers-6.1.0-56-common/include/linux/kconfig.h \
  include/generated/autoconf.h \
  /usr/src/linux-headers-6.1.0-56-common/include/linux/compiler_types.h \
  /usr/src/linux-headers-6.1.0-56-common/include/linux/compiler_attributes.h \
  /usr/src/linux-headers-6.1.0-56-common/include/linux/compiler-gcc.h \
- /tmp/kt/platform/quor_vendor.h /tmp/kt/platform/kernel/plat_os.h \
+ /work/main/datapath/datapath.h /work/main/include/jix_mc.h \
+ /work/main/platform/platform.h /work/main/platform/kernel/plat_os.h \
  /usr/src/linux-headers-6.1.0-56-common/include/linux/atomic.h \
  /usr/src/linux-headers-6.1.0-56-common/include/linux/types.h \
  /usr/src/linux-headers-6.1.0-56-common/include/uapi/linux/types.h \
@@ -689,4 +690,5 @@ quor_platform.o: /tmp/kt/platform/standin/quor_platform.c \
  /usr/src/linux-headers-6.1.0-56-common/include/uapi/linux/rtnetlink.h \
  /usr/src/linux-headers-6.1.0-56-common/include/uapi/linux/if_addr.h \
  /usr/src/linux-headers-6.1.0-56-common/include/uapi/linux/if_vlan.h \
- include/generated/uapi/linux/version.h
+ include/generated/uapi/linux/version.h /work/main/platform/quor_vendor.h \
+ /work/main/include/jix_mc_data.h /work/main/include/uapi/jix_mc_uapi.h

@@ -1,0 +1,177 @@
+// ioctl commands of the character device, including faulting pointers.
+#include "support/module_fixture.h"
+
+using namespace jt;
+
+namespace {
+
+class Cdev : public ModuleTest {
+protected:
+	long ioctl(unsigned int cmd, const void *arg)
+	{
+		return host_chrdev_ioctl(253, 7, cmd, (unsigned long)arg);
+	}
+};
+
+TEST_F(Cdev, EntryCommands)
+{
+	auto a = entry(1, "239.1.1.1");
+
+	EXPECT_EQ(0, ioctl(QUOR_IGMP_IOC_ADD_ENTRY, &a));
+	EXPECT_EQ(1u, fdb_entries().size());
+	a.vlan_mode = 3;
+	EXPECT_EQ(0, ioctl(QUOR_IGMP_IOC_UPDATE_ENTRY, &a));
+	EXPECT_EQ(3u, fdb_entries()[0].vlan_mode);
+	EXPECT_EQ(0, ioctl(QUOR_IGMP_IOC_DEL_ENTRY, &a));
+	EXPECT_TRUE(fdb_entries().empty());
+	EXPECT_EQ(-1, ioctl(QUOR_IGMP_IOC_UPDATE_ENTRY, &a)); // none matches
+}
+
+TEST_F(Cdev, FaultingArgumentChangesNothing)
+{
+	static igmp_entry_info a = entry(1, "239.1.1.1");
+	static u8 bad[80];
+
+	// A record that faults part-way is not acted on.
+	host_uaccess_add_fault((const char *)&a + 40, 1);
+	for (unsigned cmd : { 1u, 2u, 3u })
+		EXPECT_EQ(-EFAULT, ioctl(cmd, &a)) << cmd;
+	host_uaccess_add_fault(bad, sizeof(bad));
+	for (unsigned cmd : { 4u, 6u, 7u, 8u, 9u, 10u })
+		EXPECT_EQ(-EFAULT, ioctl(cmd, bad)) << cmd;
+	EXPECT_EQ(-EFAULT, ioctl(QUOR_IGMP_IOC_ADD_ENTRY, nullptr));
+	EXPECT_TRUE(fdb_entries().empty());
+	EXPECT_EQ(4u, igmp_filter_mode);
+	EXPECT_EQ(1, quor_igmp_get_snooping());
+}
+
+TEST_F(Cdev, ClearCommands)
+{
+	auto a = entry(1, "239.1.1.1"), b = entry(2, "239.1.1.1");
+	u8 port = 1;
+
+	EXPECT_EQ(0, ioctl(QUOR_IGMP_IOC_CLEAR_BY_PORT, &port)); // empty
+	EXPECT_EQ(0, ioctl(QUOR_IGMP_IOC_CLEAR_ALL, nullptr));
+	EXPECT_TRUE(fake::calls.empty());
+	ioctl(QUOR_IGMP_IOC_ADD_ENTRY, &a);
+	ioctl(QUOR_IGMP_IOC_ADD_ENTRY, &b);
+	EXPECT_EQ(0, ioctl(QUOR_IGMP_IOC_CLEAR_BY_PORT, &port));
+	EXPECT_EQ(1u, fdb_entries().size());
+	EXPECT_EQ(0, ioctl(QUOR_IGMP_IOC_CLEAR_ALL, nullptr));
+	EXPECT_TRUE(fdb_entries().empty());
+}
+
+TEST_F(Cdev, FilterModeCommands)
+{
+	u32 mode = 0;
+	auto a = entry(1, "239.1.1.1");
+
+	EXPECT_EQ(4, ioctl(QUOR_IGMP_IOC_GET_FILTER_MODE, &mode));
+	EXPECT_EQ(4u, mode);
+	ioctl(QUOR_IGMP_IOC_ADD_ENTRY, &a);
+	mode = 6;
+	EXPECT_EQ(0, ioctl(QUOR_IGMP_IOC_SET_FILTER_MODE, &mode));
+	mode = 4;
+	EXPECT_EQ(0, ioctl(QUOR_IGMP_IOC_SET_FILTER_MODE, &mode));
+	EXPECT_EQ(1u, fdb_entries().size());
+	mode = 1;
+	EXPECT_EQ(0, ioctl(QUOR_IGMP_IOC_SET_FILTER_MODE, &mode));
+	EXPECT_TRUE(fdb_entries().empty());
+	EXPECT_EQ(1, ioctl(QUOR_IGMP_IOC_GET_FILTER_MODE, &mode));
+}
+
+TEST_F(Cdev, SnoopingCommands)
+{
+	u8 v = 0xEE;
+
+	EXPECT_EQ(0, ioctl(QUOR_IGMP_IOC_GET_SNOOPING, &v));
+	EXPECT_EQ(1, v);
+	v = 0;
+	EXPECT_EQ(0, ioctl(QUOR_IGMP_IOC_SET_SNOOPING, &v));
+	EXPECT_EQ(0, ioctl(QUOR_IGMP_IOC_GET_SNOOPING, &v));
+	EXPECT_EQ(0, v);
+}
+
+TEST_F(Cdev, UnknownCommandsTouchNothing)
+{
+	u32 arg = 0xDEADBEEF;
+
+	quor_mc_debug_level = 3;
+	for (unsigned cmd : { 0u, 11u, 0xC0045401u })
+		EXPECT_EQ(-1, ioctl(cmd, &arg));
+	EXPECT_EQ(0xDEADBEEFu, arg);
+	EXPECT_EQ("[quor_igmp_ioctl]cmd = 0\n[quor_igmp_ioctl]cmd = 11\n"
+		  "[quor_igmp_ioctl]cmd = 3221509121\n", log_take());
+}
+
+class CdevGet : public Cdev {
+protected:
+	void SetUp() override
+	{
+		Cdev::SetUp();
+		for (const char *g : { "239.1.1.1", "239.1.1.2", "239.1.1.3" }) {
+			auto e = entry(5, g);
+			ioctl(QUOR_IGMP_IOC_ADD_ENTRY, &e);
+		}
+		auto other = entry(6, "239.1.1.1");
+		ioctl(QUOR_IGMP_IOC_ADD_ENTRY, &other);
+	}
+
+	long get(igmp_entry_get_req &req, igmp_entry_info *recs, s32 cap)
+	{
+		req = {};
+		req.port_id = 5;
+		req.entry_num = cap;
+		req.entries = recs;
+		return ioctl(QUOR_IGMP_IOC_GET_ENTRY, &req);
+	}
+};
+
+TEST_F(CdevGet, CapacityZeroSmallerAndLarger)
+{
+	igmp_entry_info recs[8];
+	igmp_entry_get_req req;
+
+	memset(recs, 0xAB, sizeof(recs));
+	EXPECT_EQ(0, get(req, recs, 0));
+	EXPECT_EQ(0, req.entry_num);
+	EXPECT_EQ(0xAB, recs[0].port);
+
+	EXPECT_EQ(2, get(req, recs, 2));
+	EXPECT_EQ(2, req.entry_num);
+	EXPECT_EQ(recs, req.entries); // the caller's pointer is given back
+	EXPECT_EQ(3, recs[1].grp_ip.addr[3] + 1);
+	EXPECT_EQ(0xAB, recs[2].port);
+
+	EXPECT_EQ(3, get(req, recs, 8));
+	EXPECT_EQ(3, req.entry_num);
+	EXPECT_EQ(5, recs[2].port);
+	EXPECT_EQ(0xAB, recs[3].port);
+}
+
+TEST_F(CdevGet, HugeCapacityIsBoundedByTheTable)
+{
+	igmp_entry_info recs[3];
+	igmp_entry_get_req req;
+
+	EXPECT_EQ(3, get(req, recs, 0x7fffffff));
+	EXPECT_EQ(0, get(req, recs, -5)); // negative: nothing written
+	EXPECT_EQ(0, req.entry_num);
+}
+
+TEST_F(CdevGet, FaultingRecordsAreReportedAndRequestUntouched)
+{
+	igmp_entry_info recs[8];
+	igmp_entry_get_req req;
+
+	host_uaccess_add_fault(&recs[1], 1);
+	EXPECT_EQ(-EFAULT, get(req, recs, 8));
+	EXPECT_EQ(8, req.entry_num); // not copied back
+	host_uaccess_clear_faults();
+	host_alloc_fail_all(1);
+	EXPECT_EQ(-ENOMEM, get(req, recs, 8));
+	host_alloc_fail_all(0);
+	EXPECT_EQ(8, req.entry_num);
+}
+
+} // namespace
