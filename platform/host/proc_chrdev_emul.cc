@@ -161,11 +161,12 @@ int host_proc_exists(const char *name)
 {
 	std::lock_guard<std::mutex> g(proc_mtx);
 	std::string dir = std::string(name) + "/";
-	auto it = proc_files.lower_bound(name);
+	auto it = proc_files.lower_bound(dir);
 
-	if (it == proc_files.end())
-		return 0;
-	return it->first == name || it->first.compare(0, dir.size(), dir) == 0;
+	if (proc_files.count(name))
+		return 1;
+	return it != proc_files.end() &&
+	       it->first.compare(0, dir.size(), dir) == 0;
 }
 
 int host_proc_count(void)
