@@ -9,7 +9,7 @@
 BUILD ?= build
 CMAKE_FLAGS ?= -DCMAKE_BUILD_TYPE=RelWithDebInfo
 
-.PHONY: all check deps host test run clean
+.PHONY: all check deps host test sanitize run clean
 
 all: host module
 
@@ -25,15 +25,27 @@ host: $(BUILD)/build.ninja
 test: host
 	cd $(BUILD) && ctest --output-on-failure -j2
 
+# The host tests again under AddressSanitizer+UBSan (clang) and ThreadSanitizer.
+sanitize:
+	cmake -S . -B $(BUILD)-asan -G Ninja -DCMAKE_C_COMPILER=clang \
+		-DCMAKE_CXX_COMPILER=clang++ -DJIX_SANITIZE=address,undefined
+	ninja -C $(BUILD)-asan
+	cd $(BUILD)-asan && UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1 \
+		ctest --output-on-failure -j2
+	cmake -S . -B $(BUILD)-tsan -G Ninja -DJIX_SANITIZE=thread
+	ninja -C $(BUILD)-tsan
+	cd $(BUILD)-tsan && TSAN_OPTIONS=halt_on_error=1 ctest --output-on-failure -j2
+
 check: deps
 	$(MAKE) host
 	$(MAKE) test
+	$(MAKE) sanitize
 	$(MAKE) module-check
 
 run: host
 	$(BUILD)/tools/mcdemo
 
 clean: module-clean
-	rm -rf $(BUILD)
+	rm -rf $(BUILD) $(BUILD)-asan $(BUILD)-tsan
 
 include mk/kernel.mk

@@ -12,6 +12,10 @@
 #include "plat_os.h"
 #include "quor_vendor.h"
 
+#ifdef __cplusplus
+extern "C" {
+#endif
+
 /*
  * Legacy page-filling proc files.
  *
@@ -62,5 +66,9 @@ u32 jix_skb_hwnat_ctrl(const struct sk_buff *skb);
  * queueing layer.  The buffer is consumed whatever happens.
  */
 int jix_dev_xmit(struct sk_buff *skb);
+
+#ifdef __cplusplus
+}
+#endif
 
 #endif /* JIX_PLATFORM_H */

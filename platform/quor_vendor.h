@@ -11,6 +11,10 @@
 
 #include "plat_os.h"
 
+#ifdef __cplusplus
+extern "C" {
+#endif
+
 /* Hook types of the framework that this module calls or serves. */
 #define QUOR_HOOK_TYPE_CNT_REQ		19	/* hardware counter read/clear */
 #define QUOR_HOOK_TYPE_CNT_POOL		20	/* hardware counter take/give */
@@ -66,5 +70,9 @@ extern int (*xpon_igmp_learn_flow_hook)(struct sk_buff *skb);
 extern struct hwnat_flow_entry *(*multicast_speed_find_entry_hook)(int index);
 extern int (*multicast_hwnat_drop_entry_hook)(struct sk_buff *skb,
 					      unsigned long long mask);
+
+#ifdef __cplusplus
+}
+#endif
 
 #endif /* JIX_QUOR_VENDOR_H */

@@ -36,6 +36,8 @@ unsigned long host_log_count_level(int level);
 void host_alloc_fail_nth(unsigned long n);
 /* Make every non-sleeping allocation fail while @on is set. */
 void host_alloc_fail_all(int on);
+/* Make every sleeping (GFP_KERNEL) allocation fail while @on is set. */
+void host_alloc_fail_sleeping(int on);
 /* Objects allocated (kmalloc/kzalloc/kcalloc and skbs) and not yet freed. */
 long host_alloc_live(void);
 /* Number of non-sleeping allocations attempted since the last reset. */

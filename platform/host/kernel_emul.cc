@@ -26,6 +26,7 @@ std::atomic<long> alloc_live{0};
 std::atomic<unsigned long> alloc_attempts{0};
 std::atomic<unsigned long> fail_countdown{0};	/* 0: off */
 std::atomic<bool> fail_all{false};
+std::atomic<bool> fail_sleeping{false};
 
 /* ---- bottom halves and locks (per thread) ---- */
 thread_local int bh_depth;
@@ -89,6 +90,7 @@ void kernel_reset()
 	alloc_attempts = 0;
 	fail_countdown = 0;
 	fail_all = false;
+	fail_sleeping = false;
 	host_uaccess_clear_faults();
 	warn_count = 0;
 }
@@ -266,6 +268,8 @@ void *kmalloc(size_t size, gfp_t flags)
 	}
 	if ((flags & GFP_ATOMIC) && host::atomic_alloc_fails())
 		return NULL;
+	if (!(flags & GFP_ATOMIC) && fail_sleeping)
+		return NULL;
 	void *p = malloc(size ? size : 1);
 	if (!p)
 		return NULL;
@@ -293,6 +297,11 @@ void kfree(const void *p)
 		return;
 	host::live_dec();
 	free((void *)p);
+}
+
+void host_alloc_fail_sleeping(int on)
+{
+	fail_sleeping = on != 0;
 }
 
 void host_alloc_fail_nth(unsigned long n)

@@ -129,7 +129,7 @@ protected:
 
 TEST_F(CdevGet, CapacityZeroSmallerAndLarger)
 {
-	igmp_entry_info recs[8];
+	igmp_entry_info recs[8]{};
 	igmp_entry_get_req req;
 
 	memset(recs, 0xAB, sizeof(recs));
@@ -161,16 +161,16 @@ TEST_F(CdevGet, HugeCapacityIsBoundedByTheTable)
 
 TEST_F(CdevGet, FaultingRecordsAreReportedAndRequestUntouched)
 {
-	igmp_entry_info recs[8];
+	igmp_entry_info recs[8]{};
 	igmp_entry_get_req req;
 
 	host_uaccess_add_fault(&recs[1], 1);
 	EXPECT_EQ(-EFAULT, get(req, recs, 8));
 	EXPECT_EQ(8, req.entry_num); // not copied back
 	host_uaccess_clear_faults();
-	host_alloc_fail_all(1);
+	host_alloc_fail_sleeping(1);
 	EXPECT_EQ(-ENOMEM, get(req, recs, 8));
-	host_alloc_fail_all(0);
+	host_alloc_fail_sleeping(0);
 	EXPECT_EQ(8, req.entry_num);
 }
 
