@@ -2,13 +2,20 @@
 /*
  * The hardware flow table.
  *
- * Not built yet: the module binds no flow, so every operation here has
- * nothing to act on.  The callers are wired already.
+ * The record, the list and its lock are in place; binding, updating and
+ * aging are not built yet, so the list stays empty and every operation
+ * here has nothing to act on.  The callers are wired already.
  */
 #include "hwnat.h"
+#include "hwnat_flow.h"
+
+DEFINE_SPINLOCK(hwnat_flow_lock);
+LIST_HEAD(hwnat_flow_list);
 
 void jix_init_hwnat_list(void)
 {
+	hwnat_flow_layout_check();
+	INIT_LIST_HEAD(&hwnat_flow_list);
 }
 
 void jix_hwnat_release_all(void)

@@ -57,6 +57,7 @@ int jix_vlan_put_tag(struct sk_buff *skb, u16 tci);
 
 /* Vendor per-frame words that the hardware forwarding driver reads. */
 void jix_skb_or_vendor_flags(struct sk_buff *skb, u32 bits);
+void jix_skb_set_vendor_flags(struct sk_buff *skb, u32 val);
 u32 jix_skb_vendor_flags(const struct sk_buff *skb);
 void jix_skb_or_hwnat_ctrl(struct sk_buff *skb, u32 bits);
 u32 jix_skb_hwnat_ctrl(const struct sk_buff *skb);

@@ -191,6 +191,11 @@ void jix_skb_or_vendor_flags(struct sk_buff *skb, u32 bits)
 	skb->vendor_flags |= bits;
 }
 
+void jix_skb_set_vendor_flags(struct sk_buff *skb, u32 val)
+{
+	skb->vendor_flags = val;
+}
+
 u32 jix_skb_vendor_flags(const struct sk_buff *skb)
 {
 	return skb->vendor_flags;

@@ -52,6 +52,11 @@ void jix_skb_or_vendor_flags(struct sk_buff *skb, u32 bits)
 	skb->JIX_VENDOR_SKB_FLAGS |= bits;
 }
 
+void jix_skb_set_vendor_flags(struct sk_buff *skb, u32 val)
+{
+	skb->JIX_VENDOR_SKB_FLAGS = val;
+}
+
 u32 jix_skb_vendor_flags(const struct sk_buff *skb)
 {
 	return skb->JIX_VENDOR_SKB_FLAGS;
@@ -97,6 +102,11 @@ jix_vendor_cb_const(const struct sk_buff *skb)
 void jix_skb_or_vendor_flags(struct sk_buff *skb, u32 bits)
 {
 	jix_vendor_cb(skb)->vendor_flags |= bits;
+}
+
+void jix_skb_set_vendor_flags(struct sk_buff *skb, u32 val)
+{
+	jix_vendor_cb(skb)->vendor_flags = val;
 }
 
 u32 jix_skb_vendor_flags(const struct sk_buff *skb)

@@ -1,0 +1,330 @@
+// The six VLAN treatments on frame copies, and the tag words computed for
+// hardware flows.
+#include <gtest/gtest.h>
+
+#include <vector>
+
+extern "C" {
+#include "jix_mc.h"
+#include "fdb/fdb.h"
+#include "hwnat/hwnat_flow.h"
+#include "vlan/vlan.h"
+#include "host_ctl.h"
+}
+
+namespace {
+
+using Bytes = std::vector<u8>;
+
+// An Ethernet frame with the given tags (TPID, TCI), then IPv4 type and payload.
+Bytes frame(std::vector<std::pair<u16, u16>> tags, size_t payload = 30)
+{
+	Bytes f = { 0x01, 0x00, 0x5e, 0x01, 0x01, 0x01, 0x00, 0x11, 0x22, 0x33, 0x44, 0x55 };
+	for (auto &t : tags) {
+		f.push_back(t.first >> 8);
+		f.push_back(t.first & 0xff);
+		f.push_back(t.second >> 8);
+		f.push_back(t.second & 0xff);
+	}
+	f.push_back(0x08);
+	f.push_back(0x00);
+	for (size_t i = 0; i < payload; i++)
+		f.push_back((u8)i);
+	return f;
+}
+
+// A buffer as the transmit path holds a copy: data at the MAC header.
+sk_buff *skb_of(const Bytes &b, unsigned headroom = 64)
+{
+	sk_buff *skb = alloc_skb(headroom + b.size() + 16, GFP_ATOMIC);
+	skb_reserve(skb, headroom);
+	memcpy(skb_put(skb, b.size()), b.data(), b.size());
+	skb_reset_mac_header(skb);
+	return skb;
+}
+
+Bytes bytes_of(sk_buff *skb)
+{
+	return Bytes(skb_mac_header(skb), skb_tail_pointer(skb));
+}
+
+class Vlan : public ::testing::Test {
+protected:
+	void SetUp() override
+	{
+		host_reset();
+		quor_mc_debug_level = 1;
+		igmp_snooping_enable = 1;
+		live0 = host_alloc_live();
+		ASSERT_EQ(0, init_module());
+	}
+	void TearDown() override
+	{
+		for (auto *f : flows) {
+			spin_lock_bh(&hwnat_flow_lock);
+			list_del(&f->list);
+			spin_unlock_bh(&hwnat_flow_lock);
+			kfree(f);
+		}
+		cleanup_module();
+		host_hwnat_reset();
+		EXPECT_EQ(live0, host_alloc_live());
+		EXPECT_EQ(0u, host_warn_count());
+	}
+
+	// Apply treatment @mode to @in and return the frame that results.
+	Bytes apply(const Bytes &in, u32 mode, u16 otci, u16 itci, sk_buff **keep = nullptr)
+	{
+		sk_buff *skb = skb_of(in);
+		jix_vlan_apply(skb, mode, otci, itci);
+		Bytes out = bytes_of(skb);
+		if (keep)
+			*keep = skb;
+		else
+			kfree_skb(skb);
+		return out;
+	}
+
+	hwnat_flow_entry *flow(s32 index, u32 tags, u32 outer, u32 inner)
+	{
+		auto *f = (hwnat_flow_entry *)kzalloc(sizeof(hwnat_flow_entry), GFP_KERNEL);
+		f->index = index;
+		f->tag_num = tags;
+		f->outer_tag = outer;
+		f->inner_tag = inner;
+		spin_lock_bh(&hwnat_flow_lock);
+		list_add_tail(&f->list, &hwnat_flow_list);
+		spin_unlock_bh(&hwnat_flow_lock);
+		flows.push_back(f);
+		return f;
+	}
+
+	long live0 = 0;
+	std::vector<hwnat_flow_entry *> flows;
+};
+
+TEST_F(Vlan, TransparentAndUnknownModesLeaveTheFrame)
+{
+	Bytes in = frame({ { 0x8100, 0x2064 } });
+	EXPECT_EQ(in, apply(in, JIX_VLAN_TRANSPARENT, 5, 6));
+	EXPECT_EQ(in, apply(in, 6, 5, 6));
+	// Only the low 16 bits select: 0x10003 strips.
+	EXPECT_EQ(frame({}), apply(in, 0x10003, 5, 6));
+}
+
+TEST_F(Vlan, ReplaceKeepsPriorityDeiAndTpid)
+{
+	Bytes in = frame({ { 0x88a8, 0xB064 } });
+	EXPECT_EQ(frame({ { 0x88a8, 0xB00A } }), apply(in, JIX_VLAN_REPLACE, 10, 20));
+	// Outer VID 4095 means "not given"; a single tag has no inner to replace.
+	EXPECT_EQ(in, apply(in, JIX_VLAN_REPLACE, 0xFFF, 100));
+	Bytes two = frame({ { 0x8100, 0x0001 }, { 0x9100, 0x0002 } });
+	EXPECT_EQ(frame({ { 0x8100, 0x0001 }, { 0x9100, 0x0064 } }),
+		  apply(two, JIX_VLAN_REPLACE, 0xFFF, 100));
+	Bytes none = frame({});
+	EXPECT_EQ(none, apply(none, JIX_VLAN_REPLACE, 10, 20));
+}
+
+TEST_F(Vlan, ReplaceAndRemarkWritesWholeTciHalvesIndependent)
+{
+	Bytes in = frame({ { 0x8100, 0x1064 }, { 0x8100, 0x0002 } });
+	// Priority 5, VID 10: 0xA00A, DEI cleared.
+	EXPECT_EQ(frame({ { 0x8100, 0xA00A }, { 0x8100, 0x6014 } }),
+		  apply(in, JIX_VLAN_REPLACE_REMARK, 0xA00A, 0x6014));
+	// An out-of-range outer VID does not stop the inner half.
+	EXPECT_EQ(frame({ { 0x8100, 0x1064 }, { 0x8100, 0x6014 } }),
+		  apply(in, JIX_VLAN_REPLACE_REMARK, 0xAFFF, 0x6014));
+}
+
+TEST_F(Vlan, StripRemovesOuterTagAndRecordsPriority)
+{
+	sk_buff *skb;
+	Bytes in = frame({ { 0x88a8, 0xA064 }, { 0x8100, 0x0005 } });
+	Bytes out = apply(in, JIX_VLAN_STRIP, 0, 0, &skb);
+	EXPECT_EQ(frame({ { 0x8100, 0x0005 } }), out);
+	EXPECT_EQ(htons(0x8100), skb->protocol);
+	EXPECT_EQ((5u << 11) | (1u << 16), jix_skb_vendor_flags(skb));
+	EXPECT_EQ(skb->data, skb_mac_header(skb));
+	kfree_skb(skb);
+	// Untagged and 0x9100-tagged frames are left alone.
+	for (auto &f : { frame({}), frame({ { 0x9100, 0x0005 } }) })
+		EXPECT_EQ(f, apply(f, JIX_VLAN_STRIP, 0, 0));
+}
+
+TEST_F(Vlan, StripKeepsOtherMetadataBits)
+{
+	sk_buff *skb = skb_of(frame({ { 0x8100, 0x2001 } }));
+	jix_skb_set_vendor_flags(skb, (7u << 11) | 0x2);
+	jix_vlan_apply(skb, JIX_VLAN_STRIP, 0, 0);
+	EXPECT_EQ((1u << 11) | (1u << 16) | 0x2, jix_skb_vendor_flags(skb));
+	kfree_skb(skb);
+}
+
+TEST_F(Vlan, AddPutsInnerFirstWithPriorityZero)
+{
+	Bytes in = frame({});
+	EXPECT_EQ(frame({ { 0x8100, 10 }, { 0x8100, 20 } }),
+		  apply(in, JIX_VLAN_ADD, 0xA00A, 0x6014));
+	Bytes tagged = frame({ { 0x88a8, 7 } });
+	EXPECT_EQ(frame({ { 0x8100, 20 }, { 0x88a8, 7 } }),
+		  apply(tagged, JIX_VLAN_ADD, 0xFFF, 20));
+	EXPECT_EQ(frame({ { 0x8100, 0xA00A }, { 0x8100, 0x6014 } }),
+		  apply(in, JIX_VLAN_ADD_REMARK, 0xA00A, 0x6014));
+}
+
+TEST_F(Vlan, AddWithoutHeadroomOrMemoryLeavesAValidFrame)
+{
+	Bytes in = frame({});
+	sk_buff *skb = skb_of(in, 0);
+	host_alloc_fail_all(1);
+	jix_vlan_apply(skb, JIX_VLAN_ADD, 10, 0xFFF);
+	host_alloc_fail_all(0);
+	EXPECT_EQ(in, bytes_of(skb)); // unchanged, still usable
+	jix_vlan_apply(skb, JIX_VLAN_ADD, 10, 0xFFF);
+	EXPECT_EQ(frame({ { 0x8100, 10 } }), bytes_of(skb));
+	kfree_skb(skb);
+}
+
+TEST_F(Vlan, TruncatedFramesAreNeverReadPastTheirEnd)
+{
+	Bytes full = frame({ { 0x8100, 0x2064 }, { 0x8100, 3 } }, 0);
+	for (size_t n = 0; n <= full.size(); n++) {
+		Bytes cut(full.begin(), full.begin() + n);
+		for (u32 mode = 0; mode < 6; mode++) {
+			sk_buff *skb = skb_of(cut);
+			jix_vlan_apply(skb, mode, 10, 20);
+			kfree_skb(skb);
+		}
+	}
+}
+
+TEST_F(Vlan, HandlerTraceAtLevelThree)
+{
+	quor_mc_debug_level = 3;
+	host_log_clear();
+	apply(frame({}), JIX_VLAN_ADD_REMARK, 0xFFF, 0xFFF);
+	EXPECT_STREQ("[jix_mcts_vlan_add_and_remark]jix_mcts_vlan_add_and_remark\n",
+		     host_log_text());
+}
+
+struct Words {
+	u32 outer = 0, inner = 0;
+};
+
+vlan_action act(u32 mode, u16 otci, u16 itci)
+{
+	vlan_action a{};
+	a.vlan_mode = mode;
+	a.outer_tci = otci;
+	a.inner_tci = itci;
+	return a;
+}
+
+TEST_F(Vlan, HardwareReplaceWords)
+{
+	flow(7, 2, 0x8100B064, 0x88a81003);
+	Words w;
+	auto a = act(1, 0x000A, 0x0014);
+	quor_mcst_vlan_replace(7, &a, &w.outer, &w.inner);
+	EXPECT_EQ(0x8100B00Au, w.outer);
+	EXPECT_EQ(0x88a81014u, w.inner);
+	a = act(2, 0xA00A, 0x6FFF); // inner VID not given: inner untouched
+	w = {};
+	quor_mcst_vlan_replace_and_remark(7, &a, &w.outer, &w.inner);
+	EXPECT_EQ((0x8100B00Au & 0xFFFF1FFFu) | 0xA000u, w.outer);
+	EXPECT_EQ(0u, w.inner);
+	w = {};
+	quor_mcst_vlan_replace(8, &a, &w.outer, &w.inner); // no such flow
+	EXPECT_EQ(0u, w.outer);
+}
+
+TEST_F(Vlan, HardwareAddAndStripWords)
+{
+	flow(3, 1, 0x81000064, 0);
+	Words w;
+	auto a = act(4, 0xFFF, 0x2014);
+	quor_mcst_vlan_add(3, &a, &w.outer, &w.inner);
+	EXPECT_EQ(0x81002014u, w.outer);
+	EXPECT_EQ(0x81000064u, w.inner);
+	a = act(5, 0xA00A, 0x2014);
+	quor_mcst_vlan_add_and_remark(3, &a, &w.outer, &w.inner);
+	EXPECT_EQ(0x8100A00Au, w.outer);
+	EXPECT_EQ(0x81002014u, w.inner);
+	w = { 1, 1 };
+	a = act(4, 0xFFF, 0xFFF);
+	quor_mcst_vlan_add(3, &a, &w.outer, &w.inner);
+	EXPECT_EQ(1u, w.outer); // nothing written
+	quor_mcst_vlan_strip(3, &w.outer, &w.inner);
+	EXPECT_EQ(0u, w.outer);
+	EXPECT_EQ(0u, w.inner);
+	flow(4, 2, 0x88a80001, 0x81000002);
+	quor_mcst_vlan_strip(4, &w.outer, &w.inner);
+	EXPECT_EQ(0x81000002u, w.outer);
+	EXPECT_EQ(0u, w.inner);
+}
+
+TEST_F(Vlan, LastFlowOfAnIndexWins)
+{
+	flow(5, 1, 0x81000001, 0);
+	flow(5, 2, 0x81000002, 0x81000003);
+	u32 o = 0, i = 0, n = 0;
+	quor_mcst_get_skb_vlan(5, &o, &i, &n);
+	EXPECT_EQ(0x81000002u, o);
+	EXPECT_EQ(2u, n);
+}
+
+struct HookCall {
+	int index;
+	unsigned outer, inner;
+	int calls;
+};
+HookCall hook_seen;
+
+int record_update_vlan(int index, unsigned outer, unsigned inner)
+{
+	hook_seen = { index, outer, inner, hook_seen.calls + 1 };
+	return 0;
+}
+
+igmp_entry_info entry_on(u8 port, u32 mode, u16 otci, u16 itci)
+{
+	igmp_entry_info e{};
+	e.port = port;
+	e.vlan = -1;
+	e.grp_ip.addr[0] = 239;
+	e.grp_ip.addr[3] = port;
+	e.vlan_mode = mode;
+	e.outer_tci = otci;
+	e.inner_tci = itci;
+	return e;
+}
+
+TEST_F(Vlan, DoVlanUsesFirstMemberEntryAndCallsTheDriver)
+{
+	flow(9, 1, 0x81000064, 0);
+	auto e1 = entry_on(1, JIX_VLAN_STRIP, 0, 0), e2 = entry_on(2, JIX_VLAN_ADD, 10, 0xFFF);
+	quor_igmp_add_entry(&e1);
+	quor_igmp_add_entry(&e2);
+	hook_seen = {};
+	quor_mcst_do_vlan(9, 1u << 2); // no hook set: nothing happens
+	ux_sw_nat_hook_update_vlan = record_update_vlan;
+	quor_mcst_do_vlan(9, (1u << 2) | (1u << 1)); // port 1's entry comes first
+	EXPECT_EQ(1, hook_seen.calls);
+	EXPECT_EQ(9, hook_seen.index);
+	EXPECT_EQ(0u, hook_seen.outer);
+	quor_mcst_do_vlan(9, 1u << 2);
+	EXPECT_EQ(0x8100000Au, hook_seen.outer);
+	EXPECT_EQ(0x81000064u, hook_seen.inner);
+	quor_mcst_do_vlan(9, 1u << 5); // no member entry: no call
+	EXPECT_EQ(2, hook_seen.calls);
+	auto e3 = entry_on(6, 9, 0, 0); // unknown mode: flow left alone
+	quor_igmp_add_entry(&e3);
+	quor_mcst_do_vlan(9, 1u << 6);
+	EXPECT_EQ(2, hook_seen.calls);
+	vlan_action a{};
+	EXPECT_EQ(1, quor_get_entry_vlan_action(1u << 6, &a));
+	EXPECT_EQ(9u, a.vlan_mode);
+	EXPECT_EQ(0, quor_get_entry_vlan_action(1u << 7, &a));
+}
+
+} // namespace
