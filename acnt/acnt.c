@@ -228,25 +228,24 @@ void set_sw_cnt_by_port(u8 port, u32 bytes)
 {
 	if (port > JIX_PORT_MAX_ID)
 		return;
-	lan_map_data[port].sw_pktcnt++;
-	lan_map_data[port].sw_bytecount += bytes;
+	atomic_inc(&lan_map_data[port].sw_pktcnt);
+	atomic_add((int)bytes, &lan_map_data[port].sw_bytecount);
 }
 
 void get_sw_cnt_by_port(u8 port, u32 *bytes, u32 *pkts)
 {
 	if (port > JIX_PORT_MAX_ID)
 		return;
-	*bytes = lan_map_data[port].sw_bytecount;
-	*pkts = lan_map_data[port].sw_pktcnt;
-	clean_sw_cnt_by_port(port);
+	*bytes = (u32)atomic_xchg(&lan_map_data[port].sw_bytecount, 0);
+	*pkts = (u32)atomic_xchg(&lan_map_data[port].sw_pktcnt, 0);
 }
 
 void clean_sw_cnt_by_port(u8 port)
 {
 	if (port > JIX_PORT_MAX_ID)
 		return;
-	lan_map_data[port].sw_pktcnt = 0;
-	lan_map_data[port].sw_bytecount = 0;
+	atomic_set(&lan_map_data[port].sw_pktcnt, 0);
+	atomic_set(&lan_map_data[port].sw_bytecount, 0);
 }
 
 int jix_mc_acnt_mapping_read_proc(char *page, char **start, off_t off,

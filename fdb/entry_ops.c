@@ -355,6 +355,11 @@ u8 quor_igmp_get_snooping(void)
 	return (u8)on;
 }
 
+u32 quor_igmp_snooping_peek(void)
+{
+	return READ_ONCE(igmp_snooping_enable);
+}
+
 void quor_igmp_remove_list(void)
 {
 	if (!igmp_fdb_empty())

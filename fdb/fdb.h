@@ -90,6 +90,8 @@ int quor_igmp_get_entry(struct igmp_entry_get_req *req);
 void quor_igmp_set_filterMode(u32 mode);
 int quor_igmp_set_snooping(u8 mode);
 u8 quor_igmp_get_snooping(void);
+/* The flag without the lock, for the packet path. */
+u32 quor_igmp_snooping_peek(void);
 void quor_igmp_remove_list(void);
 
 /* The forwarding-entry proc file. */

@@ -45,8 +45,8 @@ struct lan_map {
 	u32 port_id;
 	const char *ifname;
 	struct net_device *dev;	/* holds one reference while set */
-	u32 sw_pktcnt;
-	u32 sw_bytecount;
+	atomic_t sw_pktcnt;	/* frames sent in software, wrapping */
+	atomic_t sw_bytecount;	/* their bytes, wrapping */
 };
 
 extern struct lan_map lan_map_data[JIX_PORT_NUM];

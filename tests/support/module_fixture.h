@@ -122,8 +122,8 @@ protected:
 		quor_mc_ctrl_packet_rx_cb_func = nullptr;
 		for (auto &r : lan_map_data) {
 			r.dev = nullptr;
-			r.sw_pktcnt = 0;
-			r.sw_bytecount = 0;
+			atomic_set(&r.sw_pktcnt, 0);
+			atomic_set(&r.sw_bytecount, 0);
 		}
 	}
 

@@ -1,0 +1,173 @@
+// SPDX-License-Identifier: GPL-2.0
+/*
+ * Per-port replication: one private copy of a frame per member port, with
+ * that port's VLAN treatment, handed to the port's device and counted.
+ * The caller's frame is never sent, changed or freed here.
+ */
+#include "datapath.h"
+#include "transmit.h"
+#include "acnt/acnt.h"
+#include "fdb/fdb.h"
+#include "vlan/vlan.h"
+
+#define PORT_MASK_LAN	0x00000FFFULL	/* ports counted by the interface count */
+#define PORT_MASK_WIFI	0xFFFF0000ULL
+
+static int jix_port_count(u64 mask)
+{
+	return __builtin_popcountll(mask & PORT_MASK_LAN) +
+	       __builtin_popcountll(mask & PORT_MASK_WIFI);
+}
+
+/* The frame's VLAN id: the outermost 0x8100/0x88A8 tag's VID, else -1. */
+static s16 jix_frame_vid(const struct sk_buff *skb)
+{
+	const u8 *h = skb_mac_header(skb);
+	u16 type;
+
+	if (skb_tail_pointer(skb) - h < ETH_HLEN + 2)
+		return -1;
+	type = (u16)(h[12] << 8 | h[13]);
+	if (type != ETH_P_8021Q && type != ETH_P_8021AD)
+		return -1;
+	return (s16)((h[14] << 8 | h[15]) & 0xFFF);
+}
+
+int jix_xpon_get_port_vlan_action(u8 port, struct sk_buff *skb,
+				  struct vlan_action *action)
+{
+	struct igmp_entry_info key;
+	struct igmp_fdb_entry *e;
+	int ret = -1;
+
+	if (igmp_fdb_empty())
+		return -1;
+	memset(&key, 0, sizeof(key));
+	key.port = port;
+	key.vlan = jix_frame_vid(skb);
+	jix_xpon_get_src_and_dst_addr(&key.src_ip, &key.grp_ip, skb);
+	if (skb_tail_pointer(skb) - skb_mac_header(skb) >= ETH_ALEN)
+		memcpy(key.grp_mac, skb_mac_header(skb), ETH_ALEN);
+
+	spin_lock_bh(&igmp_fdb_lock);
+	e = igmp_find_entry(&key);
+	if (e) {
+		action->vlan_mode = e->vlan_mode;
+		action->outer_tpid = e->outer_tpid;
+		action->outer_tci = e->outer_tci;
+		action->inner_tpid = e->inner_tpid;
+		action->inner_tci = e->inner_tci;
+		ret = 1;
+	}
+	spin_unlock_bh(&igmp_fdb_lock);
+	return ret;
+}
+
+int jix_xpon_data_vlan_handle(struct sk_buff *skb, unsigned long port)
+{
+	struct vlan_action act = { 0 };
+	u32 mode;
+	int ret;
+
+	jix_dbg(JIX_DBG_TRACE, "[%s]data_vlan_handle: port id = %lu\n", __func__,
+		port);
+	ret = jix_xpon_get_port_vlan_action((u8)port, skb, &act);
+	mode = act.vlan_mode;
+	if (port < JIX_PORT_TYPE_NUM && !quor_igmp_snooping_peek() &&
+	    READ_ONCE(PORT_TYPE[port]) == JIX_PORT_TYPE_HYBRID_HGU)
+		mode = JIX_VLAN_STRIP;
+	jix_dbg(JIX_DBG_TRACE, "[%s]jix_xpon_data_vlan_handle: ret:%d\n", __func__, ret);
+	jix_dbg(JIX_DBG_TRACE, "[%s]vlanMode = %d\n", __func__, mode);
+	jix_dbg(JIX_DBG_TRACE, "[%s]outerVlan = %lu\n", __func__,
+		(unsigned long)(act.outer_tci & JIX_VID_NONE));
+	jix_dbg(JIX_DBG_TRACE, "[%s]outerTci = %lu\n", __func__,
+		(unsigned long)(act.outer_tci >> 13));
+	jix_dbg(JIX_DBG_TRACE, "[%s]innerVlan = %lu\n", __func__,
+		(unsigned long)(act.inner_tci & JIX_VID_NONE));
+	jix_dbg(JIX_DBG_TRACE, "[%s]innerTci = %lu\n", __func__,
+		(unsigned long)(act.inner_tci >> 13));
+	jix_vlan_apply(skb, mode, act.outer_tci, act.inner_tci);
+	return 0;
+}
+
+/* Send @copy on port @p when its device is present and up; consumes it. */
+static void jix_xpon_xmit_copy(struct sk_buff *copy, u8 p)
+{
+	struct net_device *dev = quor_port_dev_hold(p);
+	unsigned int len;
+
+	if (!dev || !(READ_ONCE(dev->flags) & IFF_UP)) {
+		jix_dbg(JIX_DBG_TRACE, "[%s]dev = NULL\n", "jix_xpon_fwd_data_to_port");
+		kfree_skb(copy);
+		if (dev)
+			dev_put(dev);
+		return;
+	}
+	jix_dbg(JIX_DBG_TRACE, "[%s]dev name = %s\n", "jix_xpon_fwd_data_to_port",
+		dev->name);
+	copy->dev = dev;
+	len = copy->len;
+	jix_dev_xmit(copy);
+	set_sw_cnt_by_port(p, len);
+	dev_put(dev);
+}
+
+int jix_xpon_fwd_data_to_port(struct sk_buff *skb, u64 mask)
+{
+	int count = jix_port_count(mask);
+	struct sk_buff *copy;
+	u8 p;
+
+	jix_dbg(JIX_DBG_TRACE, "[%s]interfacecount=%d\n", __func__, count);
+	for (p = 0; p < 32; p++) {
+		if (!((mask >> p) & 1))
+			continue;
+		if (--count < 0)
+			break;
+		copy = skb_copy(skb, GFP_ATOMIC);
+		if (!copy)
+			continue;
+		jix_xpon_data_vlan_handle(copy, p);
+		jix_xpon_xmit_copy(copy, p);
+	}
+	return 0;
+}
+
+/* Whole linear buffer, 16 bytes a line, with head/network/MAC/data marks. */
+void skb_dump(struct sk_buff *skb)
+{
+	long tail = skb_tail_pointer(skb) - skb->head;
+	long data = skb->data - skb->head;
+	char line[16 * 5 + 8];
+	int len = 0;
+	long i;
+
+	printk("\nskb_dump: from %s with len %d (%d) headroom=%d tailroom=%d\n",
+	       skb->dev ? skb->dev->name : "ip stack", skb->len, skb->truesize,
+	       skb_headroom(skb), skb->data_len ? 0 : skb_tailroom(skb));
+	for (i = 0; i < tail; i++) {
+		if (i % 16 == 0) {
+			if (len)
+				printk("%s", line);
+			len = scnprintf(line, sizeof(line), "\n");
+		}
+		if (i == 0)
+			len += scnprintf(line + len, sizeof(line) - len, "@h");
+		if (i == skb->network_header)
+			len += scnprintf(line + len, sizeof(line) - len, "@n");
+		if (i == skb->mac_header)
+			len += scnprintf(line + len, sizeof(line) - len, "@*");
+		if (i == data)
+			len += scnprintf(line + len, sizeof(line) - len, "@d");
+		len += scnprintf(line + len, sizeof(line) - len, "%02X-", skb->head[i]);
+	}
+	if (len)
+		printk("%s", line);
+	printk("\n");
+}
+
+void jix_skb_dump(struct sk_buff *skb)
+{
+	if (READ_ONCE(quor_mc_debug_level) == JIX_DBG_DUMP)
+		skb_dump(skb);
+}

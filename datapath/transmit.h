@@ -1,0 +1,19 @@
+/* SPDX-License-Identifier: GPL-2.0 */
+/* Per-port replication and transmit. */
+#ifndef JIX_TRANSMIT_H
+#define JIX_TRANSMIT_H
+
+#include "jix_mc.h"
+
+struct vlan_action;
+
+/* One copy of @skb (Ethernet header at skb->data) per member port of @mask. */
+int jix_xpon_fwd_data_to_port(struct sk_buff *skb, u64 mask);
+int jix_xpon_data_vlan_handle(struct sk_buff *skb, unsigned long port);
+/* 1 when the port's entry for the frame was found and copied, -1 not. */
+int jix_xpon_get_port_vlan_action(u8 port, struct sk_buff *skb,
+				  struct vlan_action *action);
+void skb_dump(struct sk_buff *skb);
+void jix_skb_dump(struct sk_buff *skb);
+
+#endif /* JIX_TRANSMIT_H */

@@ -1,0 +1,226 @@
+// Per-port replication: which ports get a copy, with which treatment, and
+// what is counted; the caller's frame is never touched.
+#include <gtest/gtest.h>
+
+#include <arpa/inet.h>
+#include <string>
+#include <vector>
+
+extern "C" {
+#include "jix_mc.h"
+#include "fdb/fdb.h"
+#include "datapath/transmit.h"
+#include "vlan/vlan.h"
+#include "host_ctl.h"
+}
+
+namespace {
+
+using Bytes = std::vector<u8>;
+
+// Ethernet (optionally one 0x8100 tag) + IPv4 + UDP to 239.1.1.1.
+Bytes udp_frame(int vid = -1)
+{
+	Bytes f = { 0x01, 0x00, 0x5e, 0x01, 0x01, 0x01, 0x00, 0x11, 0x22, 0x33, 0x44, 0x55 };
+	if (vid >= 0) {
+		f.insert(f.end(), { 0x81, 0x00, (u8)(vid >> 8), (u8)vid });
+	}
+	f.insert(f.end(), { 0x08, 0x00 });
+	Bytes ip = { 0x45, 0, 0, 48, 0, 0, 0, 0, 16, 17, 0, 0, 10, 0, 0, 1, 239, 1, 1, 1 };
+	Bytes udp = { 0x13, 0x88, 0x13, 0x89, 0, 28, 0, 0 };
+	f.insert(f.end(), ip.begin(), ip.end());
+	f.insert(f.end(), udp.begin(), udp.end());
+	for (int i = 0; i < 20; i++)
+		f.push_back((u8)i);
+	return f;
+}
+
+sk_buff *skb_of(const Bytes &b)
+{
+	sk_buff *skb = alloc_skb(64 + b.size(), GFP_ATOMIC);
+	skb_reserve(skb, 64);
+	memcpy(skb_put(skb, b.size()), b.data(), b.size());
+	skb_reset_mac_header(skb);
+	skb_set_network_header(skb, b[12] == 0x81 ? 18 : 14);
+	return skb;
+}
+
+Bytes sent(net_device *d, unsigned i)
+{
+	Bytes b(2048);
+	int n = host_netdev_tx_frame(d, i, b.data(), b.size());
+	b.resize(n < 0 ? 0 : n);
+	return b;
+}
+
+class Transmit : public ::testing::Test {
+protected:
+	void SetUp() override
+	{
+		host_reset();
+		quor_mc_debug_level = 1;
+		igmp_snooping_enable = 1;
+		for (auto &r : lan_map_data) {
+			atomic_set(&r.sw_pktcnt, 0);
+			atomic_set(&r.sw_bytecount, 0);
+		}
+		live0 = host_alloc_live();
+		for (const char *n : { "eth0.1", "eth0.2", "eth0.3", "ux0" }) {
+			net_device *d = host_netdev_alloc(n);
+			d->flags |= IFF_UP;
+			host_netdev_register(d);
+			devs.push_back(d);
+		}
+		ASSERT_EQ(0, init_module());
+	}
+	void TearDown() override
+	{
+		cleanup_module();
+		for (auto *d : devs) {
+			EXPECT_EQ(0, host_netdev_refcnt(d));
+			host_netdev_unregister(d);
+			host_netdev_free(d);
+		}
+		EXPECT_EQ(live0, host_alloc_live());
+		EXPECT_EQ(0u, host_warn_count());
+	}
+
+	void join(u8 port, u32 mode, u16 otci = 0xFFF, u16 itci = 0xFFF, s16 vlan = -1)
+	{
+		igmp_entry_info e{};
+		e.port = port;
+		e.vlan = vlan;
+		inet_pton(AF_INET, "239.1.1.1", e.grp_ip.addr);
+		const u8 mac[6] = { 0x01, 0x00, 0x5e, 0x01, 0x01, 0x01 };
+		memcpy(e.grp_mac, mac, 6);
+		e.vlan_mode = mode;
+		e.outer_tci = otci;
+		e.inner_tci = itci;
+		ASSERT_EQ(0, quor_igmp_add_entry(&e));
+	}
+
+	// Replicate and check the caller's frame came back unchanged.
+	void fwd(const Bytes &in, u64 mask, unsigned long fail_nth = 0)
+	{
+		sk_buff *skb = skb_of(in);
+		host_alloc_fail_nth(fail_nth);
+		unsigned char *data = skb->data;
+		EXPECT_EQ(0, jix_xpon_fwd_data_to_port(skb, mask));
+		EXPECT_EQ(in, Bytes(skb->data, skb->data + skb->len));
+		EXPECT_EQ(data, skb->data);
+		kfree_skb(skb);
+	}
+
+	long live0 = 0;
+	std::vector<net_device *> devs; // eth0.1, eth0.2, eth0.3, ux0
+};
+
+TEST_F(Transmit, OneCopyPerMemberPortInPortOrderAndCounted)
+{
+	join(0, JIX_VLAN_TRANSPARENT);
+	join(2, JIX_VLAN_ADD, 100);
+	join(16, JIX_VLAN_TRANSPARENT);
+	Bytes in = udp_frame();
+	quor_mc_debug_level = 3;
+	host_log_clear();
+	fwd(in, 0x10005);
+	EXPECT_EQ(1u, host_netdev_tx_count(devs[0]));
+	EXPECT_EQ(0u, host_netdev_tx_count(devs[1]));
+	EXPECT_EQ(1u, host_netdev_tx_count(devs[2]));
+	EXPECT_EQ(1u, host_netdev_tx_count(devs[3]));
+	EXPECT_EQ(in, sent(devs[0], 0));
+	EXPECT_EQ(udp_frame(100), sent(devs[2], 0));
+	EXPECT_EQ(1, atomic_read(&lan_map_data[2].sw_pktcnt));
+	EXPECT_EQ((int)in.size() + 4, atomic_read(&lan_map_data[2].sw_bytecount));
+	EXPECT_EQ((int)in.size(), atomic_read(&lan_map_data[16].sw_bytecount));
+	std::string log = host_log_text();
+	EXPECT_NE(std::string::npos, log.find("[jix_xpon_fwd_data_to_port]interfacecount=3\n"));
+	size_t a = log.find("dev name = eth0.1"), b = log.find("dev name = eth0.3"),
+	       c = log.find("dev name = ux0");
+	EXPECT_TRUE(a < b && b < c) << log;
+}
+
+TEST_F(Transmit, InterfaceCountStopsTheLoop)
+{
+	Bytes in = udp_frame();
+	fwd(in, 0x11001); // ports 0, 12, 16: count 2
+	EXPECT_EQ(1u, host_netdev_tx_count(devs[0]));
+	EXPECT_EQ(0u, host_netdev_tx_count(devs[3])); // port 16 got nothing
+	fwd(in, 0x1000); // port 12 only: copy made and freed
+	fwd(in, 1ull << 40); // bits beyond 31 are not ports
+	EXPECT_EQ(1u, host_netdev_tx_count(devs[0]));
+}
+
+TEST_F(Transmit, PortWithoutDeviceOrDownSendsNothingAndCountsNothing)
+{
+	Bytes in = udp_frame();
+	quor_mc_debug_level = 3;
+	host_log_clear();
+	fwd(in, 1u << 5);
+	EXPECT_NE(std::string::npos, std::string(host_log_text()).find("[jix_xpon_fwd_data_to_port]dev = NULL\n"));
+	EXPECT_EQ(0, atomic_read(&lan_map_data[5].sw_pktcnt));
+	devs[1]->flags &= ~IFF_UP;
+	fwd(in, 1u << 1);
+	EXPECT_EQ(0u, host_netdev_tx_count(devs[1]));
+	EXPECT_EQ(0, atomic_read(&lan_map_data[1].sw_pktcnt));
+}
+
+TEST_F(Transmit, FailedCopySkipsOnlyThatPort)
+{
+	Bytes in = udp_frame();
+	fwd(in, 0x3, 1);
+	EXPECT_EQ(0u, host_netdev_tx_count(devs[0]));
+	EXPECT_EQ(1u, host_netdev_tx_count(devs[1]));
+}
+
+TEST_F(Transmit, PortWithoutEntryIsTransparentUnlessHybridHguWithSnoopingOff)
+{
+	Bytes tagged = udp_frame(7);
+	fwd(tagged, 1u << 1);
+	EXPECT_EQ(tagged, sent(devs[1], 0));
+	PORT_TYPE[1] = JIX_PORT_TYPE_HYBRID_HGU;
+	fwd(tagged, 1u << 1);
+	EXPECT_EQ(tagged, sent(devs[1], 1)); // snooping on: still transparent
+	igmp_snooping_enable = 0;
+	fwd(tagged, 1u << 1);
+	EXPECT_EQ(udp_frame(), sent(devs[1], 2));
+}
+
+TEST_F(Transmit, UnknownModeSendsUnchangedAndEntryLookupUsesFrameVlan)
+{
+	join(0, 7);
+	Bytes in = udp_frame();
+	fwd(in, 1);
+	EXPECT_EQ(in, sent(devs[0], 0));
+	// Filter mode 5 also names the VLAN: a tagged frame finds the tagged entry.
+	quor_igmp_set_filterMode(IGMP_FILTER_MAC_IP_VID);
+	join(0, JIX_VLAN_REPLACE, 0x0055, 0xFFF, 9);
+	fwd(udp_frame(9), 1);
+	EXPECT_EQ(udp_frame(0x55), sent(devs[0], 1));
+	fwd(udp_frame(8), 1); // no entry for VLAN 8: transparent
+	EXPECT_EQ(udp_frame(8), sent(devs[0], 2));
+}
+
+TEST_F(Transmit, FrameDumpOnlyAtLevelFour)
+{
+	sk_buff *skb = skb_of(udp_frame());
+	quor_mc_debug_level = 3;
+	host_log_clear();
+	jix_skb_dump(skb);
+	EXPECT_STREQ("", host_log_text());
+	quor_mc_debug_level = 4;
+	jix_skb_dump(skb);
+	std::string log = host_log_text();
+	char head[128];
+	snprintf(head, sizeof(head),
+		 "\nskb_dump: from ip stack with len %u (%u) headroom=64 tailroom=%d\n",
+		 skb->len, skb->truesize, skb_tailroom(skb));
+	EXPECT_EQ(0u, log.find(head)) << log;
+	// Line 4 (offset 64) starts with the MAC and data marks.
+	EXPECT_NE(std::string::npos, log.find("\n@*@d01-00-5E-01-01-01-")) << log;
+	EXPECT_NE(std::string::npos, log.find("\n@h")) << log;
+	EXPECT_NE(std::string::npos, log.find("@n45-00-")) << log;
+	kfree_skb(skb);
+}
+
+} // namespace
