@@ -435,3 +435,37 @@ TEST_F(FdbCounters, AccountingTracesAtLevelTwo)
 }
 
 } // namespace
+
+namespace {
+
+class FdbLocking : public jt::ModuleTest {};
+
+// The database lock is always taken with bottom halves disabled, by every
+// operation; a plain spin_lock from process context could deadlock
+// against the packet path on the same processor.
+TEST_F(FdbLocking, DatabaseLockOnlyWithBottomHalvesDisabled)
+{
+	auto a = jt::entry(1, "239.1.1.1"), b = jt::entry(2, "ff0e::1");
+	unsigned long bh0 = igmp_fdb_lock.taken_bh;
+
+	quor_igmp_add_entry(&a);
+	quor_igmp_add_entry(&b);
+	quor_igmp_update_entry(&a);
+	igmp_entry_info rec[2]{};
+	igmp_entry_get_req req{};
+	req.port_id = 1;
+	req.entry_num = 2;
+	req.entries = rec;
+	quor_igmp_get_entry(&req);
+	quor_igmp_set_snooping(0);
+	quor_igmp_set_snooping(1);
+	quor_igmp_add_entry(&a);
+	quor_igmp_clear_entry_by_port(1);
+	quor_igmp_del_entry(&b);
+	host_proc_read_all("kv7730/jix_mc_fwd_entry", 4096);
+	EXPECT_GT(igmp_fdb_lock.taken_bh, bh0);
+	EXPECT_EQ(0u, igmp_fdb_lock.taken_plain);
+	EXPECT_FALSE(in_softirq());
+}
+
+} // namespace
