@@ -47,6 +47,7 @@ typedef int netdev_tx_t;
 #define __exit
 #define __iomem
 #define __maybe_unused	__attribute__((unused))
+#define noinline	__attribute__((noinline))
 #define __always_unused	__attribute__((unused))
 #define likely(x)	__builtin_expect(!!(x), 1)
 #define unlikely(x)	__builtin_expect(!!(x), 0)

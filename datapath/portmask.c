@@ -1,0 +1,180 @@
+// SPDX-License-Identifier: GPL-2.0
+/*
+ * Member ports of a frame: a walk of the forwarding database under the
+ * current filter mode.  Each matching entry adds the bit of its port to
+ * the caller's mask and learns the frame's hardware flow index, so that
+ * later membership changes can be applied to that flow.
+ */
+#include "datapath.h"
+#include "fdb/fdb.h"
+
+/* What a frame is matched by, built on the stack for every call. */
+struct jix_fwd_key {
+	u8 grp_mac[ETH_ALEN];
+	struct mc_ip_addr src_ip;
+	struct mc_ip_addr grp_ip;
+	int vid;			/* -1: untagged */
+	s32 flow_idx;			/* -1: none */
+};
+
+static void jix_fwd_key_of(struct sk_buff *skb, int vid,
+			   struct jix_fwd_key *k)
+{
+	int (*to_foe)(struct sk_buff *skb) = READ_ONCE(hwnat_skb_to_foe_hook);
+	const u8 *dst = jix_xpon_get_dst_mac(skb);
+
+	memset(k, 0, sizeof(*k));
+	k->flow_idx = skb && to_foe ? to_foe(skb) : -1;
+	if (dst)
+		memcpy(k->grp_mac, dst, ETH_ALEN);
+	jix_xpon_get_src_and_dst_addr(&k->src_ip, &k->grp_ip, skb);
+	k->vid = vid;
+}
+
+/*
+ * One address line: "[func]a.b.c.d\n", or for IPv6 sixteen "%02X" with a
+ * ":" after bytes 1, 3, .. 13.  With @each the function's name goes in
+ * front of every byte and separator, otherwise once at the start.  The
+ * line is composed first so that it reaches the log as one record; only
+ * debug output takes this stack.
+ */
+#define JIX_FWD_NAME_MAX	32
+#define JIX_FWD_TAG_MAX		(JIX_FWD_NAME_MAX + 2)	/* "[name]" */
+
+static noinline void jix_fwd_print_addr(const char *func,
+					const struct mc_ip_addr *a, bool each)
+{
+	char buf[23 * JIX_FWD_TAG_MAX + 16 * 2 + 7 + 2];
+	size_t n = 0;
+	int i;
+
+	if (!a->isipv6) {
+		printk("[%s]%d.%d.%d.%d\n", func, a->addr[0], a->addr[1],
+		       a->addr[2], a->addr[3]);
+		return;
+	}
+	for (i = 0; i < 16; i++) {
+		if (each || i == 0)
+			n += scnprintf(buf + n, sizeof(buf) - n, "[%s]", func);
+		n += scnprintf(buf + n, sizeof(buf) - n, "%02X", a->addr[i]);
+		if (i % 2 == 0 || i == 15)
+			continue;
+		if (each)
+			n += scnprintf(buf + n, sizeof(buf) - n, "[%s]", func);
+		n += scnprintf(buf + n, sizeof(buf) - n, ":");
+	}
+	printk("%s\n", buf);
+}
+
+static void jix_fwd_print_key(const char *func, const struct jix_fwd_key *k,
+			      bool each)
+{
+	const u8 *m = k->grp_mac;
+
+	printk("[%s]vid = %d\n", func, k->vid);
+	printk("[%s]grp_mac = %02X:%02X:%02X:%02X:%02X:%02X\n", func,
+	       m[0], m[1], m[2], m[3], m[4], m[5]);
+	printk("[%s]src_ip.isipv6 = %d\n", func, k->src_ip.isipv6);
+	jix_fwd_print_addr(func, &k->src_ip, each);
+	printk("[%s]grp_ip.isipv6 = %d\n", func, k->grp_ip.isipv6);
+	jix_fwd_print_addr(func, &k->grp_ip, each);
+	printk("[%s]flow index = %d\n", func, k->flow_idx);
+}
+
+/* Same family as the frame, and equal in the frame family's width. */
+static bool jix_fwd_family(const struct igmp_fdb_entry *e,
+			   const struct jix_fwd_key *k)
+{
+	return k->grp_ip.isipv6 ? e->grp_ip.isipv6 != 0 : e->grp_ip.isipv6 == 0;
+}
+
+static bool jix_fwd_addr_eq(const struct mc_ip_addr *a,
+			    const struct jix_fwd_key *k,
+			    const struct mc_ip_addr *b)
+{
+	return !memcmp(a->addr, b->addr, k->grp_ip.isipv6 ? 16 : 4);
+}
+
+static bool jix_fwd_vid(const struct igmp_fdb_entry *e,
+			const struct jix_fwd_key *k)
+{
+	return e->vlan == k->vid;
+}
+
+static bool jix_fwd_mac(const struct igmp_fdb_entry *e,
+			const struct jix_fwd_key *k)
+{
+	return !memcmp(e->grp_mac, k->grp_mac, ETH_ALEN);
+}
+
+/* A hybrid HGU port takes its groups whatever their VLAN (mode 0 only). */
+static bool jix_fwd_hybrid_hgu(u8 port)
+{
+	return port < JIX_PORT_TYPE_NUM &&
+	       READ_ONCE(PORT_TYPE[port]) == JIX_PORT_TYPE_HYBRID_HGU;
+}
+
+static bool jix_fwd_match(const struct igmp_fdb_entry *e,
+			  const struct jix_fwd_key *k, u32 mode)
+{
+	switch (mode) {
+	case IGMP_FILTER_IP_VID:
+		return jix_fwd_family(e, k) &&
+		       (jix_fwd_vid(e, k) || jix_fwd_hybrid_hgu(e->port)) &&
+		       jix_fwd_addr_eq(&e->grp_ip, k, &k->grp_ip);
+	case IGMP_FILTER_MAC:
+		return jix_fwd_mac(e, k);
+	case IGMP_FILTER_IP_SRC_IP:
+		return jix_fwd_family(e, k) &&
+		       jix_fwd_addr_eq(&e->grp_ip, k, &k->grp_ip) &&
+		       jix_fwd_addr_eq(&e->src_ip, k, &k->src_ip);
+	case IGMP_FILTER_MAC_VID:
+		return jix_fwd_mac(e, k) && jix_fwd_vid(e, k);
+	case IGMP_FILTER_MAC_IP:
+		return jix_fwd_family(e, k) && jix_fwd_mac(e, k) &&
+		       jix_fwd_addr_eq(&e->grp_ip, k, &k->grp_ip);
+	case IGMP_FILTER_MAC_IP_VID:
+		return jix_fwd_family(e, k) && jix_fwd_vid(e, k) &&
+		       jix_fwd_mac(e, k) &&
+		       jix_fwd_addr_eq(&e->grp_ip, k, &k->grp_ip);
+	default:
+		return false;
+	}
+}
+
+static void jix_fwd_walk(const struct jix_fwd_key *k, u64 *mask)
+{
+	u32 mode = READ_ONCE(igmp_filter_mode);
+	struct igmp_fdb_entry *e;
+
+	if (mode > IGMP_FILTER_MAX || igmp_fdb_empty())
+		return;
+	spin_lock_bh(&igmp_fdb_lock);
+	list_for_each_entry(e, igmp_get_fdb_list(), list) {
+		if (!jix_fwd_match(e, k, mode))
+			continue;
+		*mask |= jix_port_bit(e->port);
+		e->flow_idx = k->flow_idx;
+	}
+	spin_unlock_bh(&igmp_fdb_lock);
+}
+
+void igmp_get_fwd_portmask(struct sk_buff *skb, u64 *mask)
+{
+	struct jix_fwd_key k;
+
+	jix_fwd_key_of(skb, jix_xpon_get_outer_vid(skb), &k);
+	if (READ_ONCE(quor_mc_debug_level) >= JIX_DBG_TRACE)
+		jix_fwd_print_key(__func__, &k, false);
+	jix_fwd_walk(&k, mask);
+}
+
+void quor_mcst_get_fwd_mask(struct sk_buff *skb, u32 vid, u64 *mask)
+{
+	struct jix_fwd_key k;
+
+	jix_fwd_key_of(skb, (s16)(u16)vid, &k);
+	if (READ_ONCE(quor_mc_debug_level) >= JIX_DBG_TRACE)
+		jix_fwd_print_key(__func__, &k, true);
+	jix_fwd_walk(&k, mask);
+}
