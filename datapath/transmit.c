@@ -52,11 +52,7 @@ int jix_xpon_get_port_vlan_action(u8 port, struct sk_buff *skb,
 	spin_lock_bh(&igmp_fdb_lock);
 	e = igmp_find_entry(&key);
 	if (e) {
-		action->vlan_mode = e->vlan_mode;
-		action->outer_tpid = e->outer_tpid;
-		action->outer_tci = e->outer_tci;
-		action->inner_tpid = e->inner_tpid;
-		action->inner_tci = e->inner_tci;
+		jix_vlan_action_of(e, action);
 		ret = 1;
 	}
 	spin_unlock_bh(&igmp_fdb_lock);

@@ -23,6 +23,10 @@ struct vlan_action {
 	u16 inner_tci;
 };
 
+struct igmp_fdb_entry;
+/* Copy an entry's VLAN treatment; caller holds igmp_fdb_lock. */
+void jix_vlan_action_of(const struct igmp_fdb_entry *e, struct vlan_action *a);
+
 /* Software handlers: edit the tags of one frame copy; always return 0. */
 typedef int (*jix_vlan_handler_t)(struct sk_buff *skb, u64 outer_vid,
 				  u64 inner_vid, u64 outer_pri, u64 inner_pri);

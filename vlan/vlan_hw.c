@@ -29,11 +29,7 @@ int quor_get_entry_vlan_action(u64 mask, struct vlan_action *action)
 	list_for_each_entry(e, igmp_get_fdb_list(), list) {
 		if (!((mask >> (e->port % 32)) & 1))
 			continue;
-		action->vlan_mode = e->vlan_mode;
-		action->outer_tpid = e->outer_tpid;
-		action->outer_tci = e->outer_tci;
-		action->inner_tpid = e->inner_tpid;
-		action->inner_tci = e->inner_tci;
+		jix_vlan_action_of(e, action);
 		found = 1;
 		break;
 	}

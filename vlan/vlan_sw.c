@@ -6,6 +6,7 @@
  * read and write stays inside the frame (MAC header to tail).
  */
 #include "vlan.h"
+#include "fdb/fdb.h"
 
 #define VLAN_TYPE_OFF	12	/* first type field */
 #define VLAN_TCI1_OFF	14	/* TCI of the first tag */
@@ -158,6 +159,15 @@ int jix_mcts_vlan_add_and_remark(struct sk_buff *skb, u64 outer_vid,
 	if (outer_vid < JIX_VID_NONE && outer_pri <= 7)
 		jix_vlan_put_tag(skb, (u16)(outer_vid + (outer_pri << 13)));
 	return 0;
+}
+
+void jix_vlan_action_of(const struct igmp_fdb_entry *e, struct vlan_action *a)
+{
+	a->vlan_mode = e->vlan_mode;
+	a->outer_tpid = e->outer_tpid;
+	a->outer_tci = e->outer_tci;
+	a->inner_tpid = e->inner_tpid;
+	a->inner_tci = e->inner_tci;
 }
 
 void jix_vlan_apply(struct sk_buff *skb, u32 mode, u16 outer_tci, u16 inner_tci)
