@@ -15,8 +15,7 @@
 
 static int jix_port_count(u64 mask)
 {
-	return __builtin_popcountll(mask & PORT_MASK_LAN) +
-	       __builtin_popcountll(mask & PORT_MASK_WIFI);
+	return hweight64(mask & PORT_MASK_LAN) + hweight64(mask & PORT_MASK_WIFI);
 }
 
 /* The frame's VLAN id: the outermost 0x8100/0x88A8 tag's VID, else -1. */
@@ -130,7 +129,7 @@ int jix_xpon_fwd_data_to_port(struct sk_buff *skb, u64 mask)
 }
 
 /* Whole linear buffer, 16 bytes a line, with head/network/MAC/data marks. */
-void skb_dump(struct sk_buff *skb)
+void jix_skb_dump_all(struct sk_buff *skb)
 {
 	long tail = skb_tail_pointer(skb) - skb->head;
 	long data = skb->data - skb->head;
@@ -165,5 +164,5 @@ void skb_dump(struct sk_buff *skb)
 void jix_skb_dump(struct sk_buff *skb)
 {
 	if (READ_ONCE(quor_mc_debug_level) == JIX_DBG_DUMP)
-		skb_dump(skb);
+		jix_skb_dump_all(skb);
 }

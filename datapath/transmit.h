@@ -13,7 +13,7 @@ int jix_xpon_data_vlan_handle(struct sk_buff *skb, unsigned long port);
 /* 1 when the port's entry for the frame was found and copied, -1 not. */
 int jix_xpon_get_port_vlan_action(u8 port, struct sk_buff *skb,
 				  struct vlan_action *action);
-void skb_dump(struct sk_buff *skb);
+void jix_skb_dump_all(struct sk_buff *skb);
 void jix_skb_dump(struct sk_buff *skb);
 
 #endif /* JIX_TRANSMIT_H */

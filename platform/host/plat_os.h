@@ -490,6 +490,10 @@ void __unregister_chrdev(unsigned int major, unsigned int baseminor,
 #define htonl(x)	__builtin_bswap32((u32)(x))
 #define ntohl(x)	__builtin_bswap32((u32)(x))
 
+/* ---- bit counting ---- */
+static inline unsigned int hweight32(u32 w) { return (unsigned int)__builtin_popcount(w); }
+static inline unsigned int hweight64(u64 w) { return (unsigned int)__builtin_popcountll(w); }
+
 /* ---- RCU: the emulation frees nothing behind a reader's back ---- */
 static inline void rcu_read_lock(void) {}
 static inline void rcu_read_unlock(void) {}
