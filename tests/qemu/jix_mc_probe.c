@@ -1,0 +1,158 @@
+// SPDX-License-Identifier: GPL-2.0
+/*
+ * jix_mc_probe: a stand-in for the snooping control plane in the QEMU
+ * tests.  At load it calls the multicast module's control API hook the way
+ * another kernel module does (__QUOR_HOOK, type 36, sub-type 2) and logs
+ * what came back, one line per call, for the guest script to grep:
+ *
+ *   jix_mc_probe: add <group> port=<p> result=<r> hook=<h>
+ *   jix_mc_probe: xmit port=<p> len=<n> result=<r> hook=<h>
+ *
+ * <h> is the hook's return (1 when an operation ran), <r> the operation's
+ * status in mc_data (2 done, -1 refused).  Load it once per action and
+ * unload it again.
+ */
+#include <linux/inet.h>
+#include <linux/kernel.h>
+#include <linux/module.h>
+#include <linux/slab.h>
+#include <linux/string.h>
+
+#include "jix_mc_data.h"
+#include "uapi/jix_mc_uapi.h"
+#include "jix_probe_frame.h"
+
+static char *add_grp;
+module_param(add_grp, charp, 0444);
+MODULE_PARM_DESC(add_grp, "add an entry for this IPv4 or IPv6 group (API operation 4)");
+static char *add_mac;
+module_param(add_mac, charp, 0444);
+MODULE_PARM_DESC(add_mac, "group MAC of the entry (default: derived from the group)");
+static int add_port;
+module_param(add_port, int, 0444);
+static int add_vlan = -1;
+module_param(add_vlan, int, 0444);
+static int add_mode;
+module_param(add_mode, int, 0444);
+
+static int xmit_port = -1;
+module_param(xmit_port, int, 0444);
+MODULE_PARM_DESC(xmit_port, "send the test frame out of this port (API operation 1)");
+static uint xmit_len = JIX_PROBE_LEN;
+module_param(xmit_len, uint, 0444);
+static int xmit_flags;
+module_param(xmit_flags, int, 0444);
+
+/* Returns the hook's result; the operation's status goes to *result. */
+static int probe_api(struct mc_data *mc, int *result)
+{
+	int hook;
+
+	mc->result = -12345;	/* shows whether the dispatcher wrote it */
+	hook = __QUOR_HOOK(QUOR_HOOK_TYPE_MULTICAST, QUOR_MC_SUBTYPE_API, mc);
+	*result = mc->result;
+	return hook;
+}
+
+/* The MAC of a group: 01:00:5e + low 23 bits, or 33:33 + low 32 bits. */
+static void probe_group_mac(const struct mc_ip_addr *g, u8 mac[6])
+{
+	if (g->isipv6) {
+		mac[0] = 0x33;
+		mac[1] = 0x33;
+		memcpy(mac + 2, g->addr + 12, 4);
+	} else {
+		mac[0] = 0x01;
+		mac[1] = 0x00;
+		mac[2] = 0x5e;
+		mac[3] = g->addr[1] & 0x7f;
+		mac[4] = g->addr[2];
+		mac[5] = g->addr[3];
+	}
+}
+
+static int probe_add(void)
+{
+	struct igmp_entry_info e;
+	struct mc_data mc;
+	int hook, result;
+
+	memset(&e, 0, sizeof(e));
+	memset(&mc, 0, sizeof(mc));
+	if (in4_pton(add_grp, -1, e.grp_ip.addr, -1, NULL)) {
+		e.grp_ip.isipv6 = 0;
+	} else if (in6_pton(add_grp, -1, e.grp_ip.addr, -1, NULL)) {
+		e.grp_ip.isipv6 = 1;
+		e.src_ip.isipv6 = 1;
+	} else {
+		pr_err("jix_mc_probe: bad group %s\n", add_grp);
+		return -EINVAL;
+	}
+	if (add_mac) {
+		if (!mac_pton(add_mac, e.grp_mac)) {
+			pr_err("jix_mc_probe: bad MAC %s\n", add_mac);
+			return -EINVAL;
+		}
+	} else {
+		probe_group_mac(&e.grp_ip, e.grp_mac);
+	}
+	e.port = (u8)add_port;
+	e.vlan = (s16)add_vlan;
+	e.vlan_mode = (u32)add_mode;
+
+	mc.api_function_id = QUOR_MC_API_ENTRY_ADD;
+	mc.param.ptr = &e;
+	hook = probe_api(&mc, &result);
+	printk("jix_mc_probe: add %s port=%d result=%d hook=%d\n", add_grp,
+	       add_port, result, hook);
+	return 0;
+}
+
+static int probe_xmit(void)
+{
+	struct mc_data mc;
+	int hook, result;
+	u8 *frame;
+	uint i;
+
+	if (xmit_len > JIX_PROBE_MAX_LEN)
+		return -EINVAL;
+	frame = kmalloc(xmit_len ? xmit_len : 1, GFP_KERNEL);
+	if (!frame)
+		return -ENOMEM;
+	for (i = 0; i < xmit_len; i++)
+		frame[i] = jix_probe_frame_byte(i, (unsigned int)xmit_port);
+
+	memset(&mc, 0, sizeof(mc));
+	mc.api_function_id = QUOR_MC_API_XMIT;
+	mc.param.bytes[0] = (u8)xmit_port;
+	mc.param.bytes[1] = (u8)xmit_flags;
+	mc.param2 = frame;
+	mc.param3 = xmit_len;
+	hook = probe_api(&mc, &result);
+	/* The module copies the bytes: the frame stays ours. */
+	kfree(frame);
+	printk("jix_mc_probe: xmit port=%d len=%u result=%d hook=%d\n",
+	       xmit_port, xmit_len, result, hook);
+	return 0;
+}
+
+static int __init jix_mc_probe_init(void)
+{
+	int ret = 0;
+
+	if (add_grp)
+		ret = probe_add();
+	if (!ret && xmit_port >= 0)
+		ret = probe_xmit();
+	return ret;
+}
+
+static void __exit jix_mc_probe_exit(void)
+{
+}
+
+module_init(jix_mc_probe_init);
+module_exit(jix_mc_probe_exit);
+MODULE_DESCRIPTION("control API caller for the jix_xpon_multicast QEMU tests");
+MODULE_LICENSE("GPL");

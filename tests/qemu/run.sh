@@ -1,0 +1,209 @@
+#!/usr/bin/env bash
+# SPDX-License-Identifier: GPL-2.0
+#
+# Boot Debian's own kernel in QEMU (software emulation, 2 processors,
+# slub_debug, panic_on_warn) with jix_xpon_multicast.ko, quor_platform.ko,
+# the test module jix_mc_probe.ko, a static mcctl and jixtest in a busybox
+# initramfs, and judge the run by the guest's summary line and the console.
+#
+#   tests/qemu/run.sh x86_64|arm64
+#
+# Builds the modules for that architecture (make module / make
+# module-arm64), fetches what is missing with apt-get, and keeps
+# everything it makes under .cache/qemu/<arch>/ (console.log there).
+# QEMU_TIMEOUT (seconds, default 300) bounds the boot.
+set -euo pipefail
+
+arch=${1:-}
+case $arch in
+x86_64 | arm64) ;;
+*)
+	echo "usage: $0 x86_64|arm64" >&2
+	exit 2
+	;;
+esac
+
+here=$(cd "$(dirname "$0")" && pwd)
+root=$(cd "$here/../.." && pwd)
+work=$root/.cache/qemu/$arch
+armdir=$root/.cache/arm64
+timeout_s=${QEMU_TIMEOUT:-300}
+start=$SECONDS
+
+say() { echo "qemu-$arch: $*"; }
+die() {
+	echo "qemu-$arch: $*" >&2
+	exit 1
+}
+
+# Run a build step quietly; show its output only when it fails.
+quiet() {
+	local what=$1
+	shift
+	if ! "$@" > "$work/step.log" 2>&1; then
+		cat "$work/step.log" >&2
+		die "$what failed"
+	fi
+}
+
+apt_install() {
+	say "installing $*"
+	DEBIAN_FRONTEND=noninteractive apt-get install -y -q --no-install-recommends "$@" > "$work/apt.log" 2>&1 ||
+		{
+			DEBIAN_FRONTEND=noninteractive apt-get update -q > /dev/null 2>&1 &&
+				DEBIAN_FRONTEND=noninteractive apt-get install -y -q --no-install-recommends "$@" > "$work/apt.log" 2>&1
+		} || {
+		cat "$work/apt.log" >&2
+		die "apt-get install $* failed"
+	}
+}
+
+# need COMMAND PACKAGE: install PACKAGE when COMMAND is missing.
+need() { command -v "$1" > /dev/null || apt_install "$2"; }
+
+mkdir -p "$work"
+
+# The Debian kernel version of the installed amd64 headers (as mk/kernel.mk
+# picks it); the running kernel is never consulted.
+kver=$(ls -d /usr/src/linux-headers-*-amd64 2> /dev/null | sort -V | tail -n 1)
+kver=${kver#/usr/src/linux-headers-}
+kver=${kver%-amd64}
+[ -n "$kver" ] || die "no /usr/src/linux-headers-*-amd64: install linux-headers-amd64"
+
+need cpio cpio
+need gzip gzip
+
+if [ "$arch" = x86_64 ]; then
+	need qemu-system-x86_64 qemu-system-x86
+	need g++ g++
+	kdir=/usr/src/linux-headers-$kver-amd64
+	kimage=/boot/vmlinuz-$kver-amd64
+	kmods=/lib/modules/$kver-amd64
+	[ -f "$kimage" ] || apt_install "linux-image-$kver-amd64"
+	busybox=/bin/busybox
+	if ! dpkg-query -W -f='${Status}' busybox-static 2> /dev/null | grep -q 'ok installed'; then
+		apt_install busybox-static
+	fi
+	cc=gcc
+	cxx=g++
+	kvars=()
+	qemu=(qemu-system-x86_64 -accel tcg -smp 2 -m 512)
+	console=ttyS0
+	say "building the modules (make module)"
+	quiet "make module" make -C "$root" module
+else
+	need qemu-system-aarch64 qemu-system-arm
+	need aarch64-linux-gnu-gcc gcc-aarch64-linux-gnu
+	need aarch64-linux-gnu-g++ g++-aarch64-linux-gnu
+	say "building the modules (make module-arm64)"
+	quiet "make module-arm64" make -C "$root" module-arm64
+	kdir=$armdir/root/usr/src/linux-headers-$kver-arm64
+	kimage=$armdir/root/boot/vmlinuz-$kver-arm64
+	kmods=$armdir/root/lib/modules/$kver-arm64
+	busybox=$armdir/root/bin/busybox
+	# The arm64 kernel and busybox come from Debian's arm64 packages of
+	# the same version, fetched with apt's own client next to the headers
+	# that module-arm64 fetched (its package lists are reused).
+	if [ ! -f "$kimage" ] || [ ! -f "$busybox" ]; then
+		o=(-oAPT::Architecture=arm64 -oAPT::Architectures=arm64
+			-oDir::State::Lists="$armdir/lists" -oAPT::Sandbox::User=root)
+		pkgs=("linux-image-$kver-arm64-unsigned" busybox-static)
+		say "fetching ${pkgs[*]} (arm64)"
+		mkdir -p "$armdir/lists/partial"
+		(cd "$armdir" && rm -f linux-image-*.deb busybox-static_*.deb &&
+			{ apt-get "${o[@]}" download "${pkgs[@]}" > /dev/null 2>&1 ||
+				{ apt-get "${o[@]}" update > /dev/null && apt-get "${o[@]}" download "${pkgs[@]}"; }; } &&
+			for f in linux-image-*.deb busybox-static_*.deb; do dpkg -x "$f" root; done) ||
+			die "could not fetch the arm64 kernel image and busybox"
+	fi
+	cc=aarch64-linux-gnu-gcc
+	cxx=aarch64-linux-gnu-g++
+	kvars=(ARCH=arm64 CROSS_COMPILE=aarch64-linux-gnu-)
+	qemu=(qemu-system-aarch64 -accel tcg -M virt -cpu cortex-a57 -smp 2 -m 512)
+	console=ttyAMA0
+fi
+
+[ -f "$kimage" ] || die "kernel image $kimage missing"
+veth=$kmods/kernel/drivers/net/veth.ko
+[ -f "$veth" ] || die "$veth missing"
+[ -x "$busybox" ] || die "$busybox missing"
+if readelf -l "$busybox" 2> /dev/null | grep -q 'program interpreter'; then
+	die "$busybox is not statically linked (install busybox-static)"
+fi
+
+# ---- initramfs ----
+rootfs=$work/rootfs
+rm -rf "$rootfs"
+mkdir -p "$rootfs/bin" "$rootfs/lib/jix"
+# The repository's module build is shared by both architectures: take its
+# products before anything else builds there.
+cp "$root/jix_xpon_multicast.ko" "$root/quor_platform.ko" "$veth" "$rootfs/lib/jix/"
+
+say "building jix_mc_probe.ko, jixtest and mcctl"
+probe=$work/probe
+rm -rf "$probe"
+mkdir -p "$probe"
+cp "$here/jix_mc_probe.c" "$here/jix_probe_frame.h" "$here/Kbuild" "$probe/"
+quiet "jix_mc_probe.ko build" make -C "$kdir" M="$probe" JIX_ROOT="$root" \
+	KBUILD_EXTRA_SYMBOLS="$root/Module.symvers" "${kvars[@]}" modules
+cp "$probe/jix_mc_probe.ko" "$rootfs/lib/jix/"
+
+quiet "jixtest build" "$cc" -static -O2 -Wall -Wextra -Werror -I"$root/include" -I"$here" \
+	-o "$rootfs/bin/jixtest" "$here/jixtest.c"
+quiet "mcctl build" "$cxx" -static -O2 -std=c++17 -I"$root/tools/mcctl" -I"$root/include" \
+	-o "$rootfs/bin/mcctl" "$root/tools/mcctl/main.cc" "$root/tools/mcctl/mcctl_lib.cc"
+
+cp "$busybox" "$rootfs/bin/busybox"
+install -m 755 "$here/guest-init.sh" "$rootfs/init"
+(cd "$rootfs" && find . | cpio -o -H newc -R 0:0 --quiet) | gzip -1 > "$work/initrd.gz"
+
+# ---- boot ----
+log=$work/console.log
+# Debian's kernels hand out character majors from 254 downwards to their
+# built-in drivers, so 253, the module's fixed major, is taken at boot
+# (tpm on x86-64, a serial driver on arm64).  Skipping the initcalls of
+# all of them but the first (gpiochip, 254) leaves 253 free; none of them
+# matters in the guest.  If a new kernel adds another, the guest stops
+# with the holder's name.
+free253=tpm_init,dax_core_init,rtc_init,pps_init,ptp_init,bsg_init,cxl_core_init
+if [ "$arch" = arm64 ]; then
+	free253=$free253,mvebu_uart_init,watchdog_init,meson_uart_init,msm_serial_init
+	free253=$free253,qcom_geni_serial_init,tegra_uart_init,lpuart_serial_init,mmc_blk_init
+fi
+append="console=$console panic=-1 slub_debug=FZPU panic_on_warn=1 rdinit=/init"
+append="$append initcall_blacklist=$free253"
+say "booting $(basename "$kimage") (timeout ${timeout_s}s)"
+boot=$SECONDS
+rc=0
+timeout --kill-after=10 "$timeout_s" "${qemu[@]}" -nographic -no-reboot -net none \
+	-kernel "$kimage" -initrd "$work/initrd.gz" -append "$append" \
+	< /dev/null > "$log" 2>&1 || rc=$?
+boot_s=$((SECONDS - boot))
+
+# ---- verdict: the guest's own summary, and a clean console ----
+tr -d '\r' < "$log" > "$log.txt"
+summary=$(grep -a -o 'JIXTEST \(PASS\|FAIL\).*' "$log.txt" | tail -n 1 || true)
+bad=$(grep -a -n -E 'BUG|WARNING:|Oops|slab|Kernel panic|general protection' "$log.txt" | head -n 20 || true)
+
+verdict=ok
+case $summary in
+"JIXTEST PASS "*) ;;
+"JIXTEST FAIL"*) verdict=fail ;;
+*)
+	verdict=fail
+	summary="no summary line from the guest (qemu exit $rc)"
+	[ $rc != 124 ] || summary="no summary line from the guest: timed out after ${timeout_s}s"
+	;;
+esac
+[ -z "$bad" ] || verdict=fail
+
+grep -a '^KNOWN - ' "$log.txt" | sed "s/^/qemu-$arch: /" || true
+if [ $verdict = ok ]; then
+	say "${summary#JIXTEST } checks passed; boot and tests ${boot_s}s, total $((SECONDS - start))s"
+	exit 0
+fi
+echo "---- $log (tail)" >&2
+tail -n 60 "$log.txt" >&2
+grep -a '^FAILED - ' "$log.txt" >&2 || true
+[ -z "$bad" ] || { echo "---- kernel trouble on the console:" >&2; echo "$bad" >&2; }
+die "FAILED: $summary"
