@@ -41,6 +41,7 @@ check: deps
 	$(MAKE) test
 	$(MAKE) sanitize
 	$(MAKE) module-check
+	$(MAKE) qemu-check
 
 run: host
 	$(BUILD)/tools/mcdemo
@@ -49,3 +50,4 @@ clean: module-clean
 	rm -rf $(BUILD) $(BUILD)-asan $(BUILD)-tsan
 
 include mk/kernel.mk
+include mk/qemu.mk

@@ -3,7 +3,9 @@
 set -euo pipefail
 
 pkgs=(build-essential cmake ninja-build libgtest-dev libgmock-dev
-      libbenchmark-dev linux-headers-amd64 sparse clang)
+      libbenchmark-dev linux-headers-amd64 sparse clang
+      qemu-system-x86 qemu-system-arm gcc-aarch64-linux-gnu g++-aarch64-linux-gnu
+      busybox-static cpio linux-image-amd64)
 missing=()
 for p in "${pkgs[@]}"; do
 	dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" ||

@@ -1,0 +1,29 @@
+# SPDX-License-Identifier: GPL-2.0
+#
+# QEMU integration tests: Debian's own 6.1 kernel booted under software
+# emulation with 2 processors, slub_debug and panic_on_warn, the modules
+# loaded into a busybox initramfs and driven from inside the guest.
+# Included by the top-level Makefile; also usable on its own:
+# make -f mk/qemu.mk qemu-check
+#
+#   qemu-check          both architectures, one after the other (they share
+#                       the repository's module build)
+#   qemu-check-x86_64   x86-64 only
+#   qemu-check-arm64    AArch64 only
+#
+# Everything downloaded or built goes to .cache/qemu/<arch>/ (and the arm64
+# packages to .cache/arm64/); QEMU_TIMEOUT bounds one boot (seconds).
+
+JIX_QEMU_ROOT := $(abspath $(dir $(lastword $(MAKEFILE_LIST)))..)
+JIX_QEMU_RUN := $(JIX_QEMU_ROOT)/tests/qemu/run.sh
+
+.PHONY: qemu-check qemu-check-x86_64 qemu-check-arm64
+
+# Both run even when the first fails, so one report covers both.
+qemu-check:
+	@rc=0; \
+	for a in x86_64 arm64; do bash $(JIX_QEMU_RUN) $$a || rc=1; done; \
+	exit $$rc
+
+qemu-check-x86_64 qemu-check-arm64: qemu-check-%:
+	bash $(JIX_QEMU_RUN) $*
