@@ -110,10 +110,16 @@ else
 		pkgs=("linux-image-$kver-arm64-unsigned" busybox-static)
 		say "fetching ${pkgs[*]} (arm64)"
 		mkdir -p "$armdir/lists/partial"
+		# Only the three files used are unpacked (the image package holds
+		# every module of the kernel).
 		(cd "$armdir" && rm -f linux-image-*.deb busybox-static_*.deb &&
 			{ apt-get "${o[@]}" download "${pkgs[@]}" > /dev/null 2>&1 ||
 				{ apt-get "${o[@]}" update > /dev/null && apt-get "${o[@]}" download "${pkgs[@]}"; }; } &&
-			for f in linux-image-*.deb busybox-static_*.deb; do dpkg -x "$f" root; done) ||
+			mkdir -p root &&
+			dpkg-deb --fsys-tarfile linux-image-*.deb | tar -x -C root --wildcards \
+				'./boot/vmlinuz-*' './lib/modules/*/kernel/drivers/net/veth.ko' &&
+			dpkg-deb --fsys-tarfile busybox-static_*.deb | tar -x -C root ./bin/busybox &&
+			rm -f linux-image-*.deb busybox-static_*.deb) ||
 			die "could not fetch the arm64 kernel image and busybox"
 	fi
 	cc=aarch64-linux-gnu-gcc
