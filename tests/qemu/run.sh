@@ -104,7 +104,7 @@ else
 	# The arm64 kernel and busybox come from Debian's arm64 packages of
 	# the same version, fetched with apt's own client next to the headers
 	# that module-arm64 fetched (its package lists are reused).
-	if [ ! -f "$kimage" ] || [ ! -f "$busybox" ]; then
+	if [ ! -f "$kimage" ] || [ ! -f "$busybox" ] || [ ! -f "$kmods/kernel/drivers/net/veth.ko" ]; then
 		o=(-oAPT::Architecture=arm64 -oAPT::Architectures=arm64
 			-oDir::State::Lists="$armdir/lists" -oAPT::Sandbox::User=root)
 		pkgs=("linux-image-$kver-arm64-unsigned" busybox-static)
