@@ -102,6 +102,20 @@ TEST(McctlParse, QueriesAndSwitches)
 	EXPECT_EQ(Op::Help, c.op);
 }
 
+TEST(McctlDel, ProcLineNamesTheEntry)
+{
+	Command c;
+	std::string err;
+
+	ASSERT_TRUE(p({ "del", "239.1.2.3", "01:00:5e:01:02:03", "2", "100", "4", "8100", "64" },
+		      c, err));
+	EXPECT_EQ("del ipv4 239.1.2.3 01:00:5e:01:02:03 2 100 4 8100 64 0 0\n",
+		  proc_del_line(c.entry));
+	ASSERT_TRUE(p({ "del", "ff0e::1:abcd", "33:33:00:01:ab:cd", "16" }, c, err));
+	EXPECT_EQ("del ipv6 ff0e:0:0:0:0:0:1:abcd 33:33:00:01:ab:cd 16 -1 0 0 0 0 0\n",
+		  proc_del_line(c.entry));
+}
+
 TEST(McctlHelp, DocumentsEveryCommand)
 {
 	std::string u = usage();

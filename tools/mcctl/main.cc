@@ -132,10 +132,27 @@ int do_debug(const Command &c)
 	return rc;
 }
 
+int do_del(const Command &c)
+{
+	FILE *f = fopen(c.fwd_file.c_str(), "w");
+	if (!f)
+		return fail(EXIT_NO_DEVICE, c.fwd_file + ": " + strerror(errno) +
+				     " (is jix_xpon_multicast loaded?)");
+	std::string line = proc_del_line(c.entry);
+	int rc = EXIT_OK;
+	if (fputs(line.c_str(), f) < 0 || fflush(f))
+		rc = refused("del");
+	if (fclose(f) && rc == EXIT_OK)
+		rc = refused("del");
+	return rc;
+}
+
 int run(const Command &c)
 {
 	if (c.op == Op::Debug)
 		return do_debug(c);
+	if (c.op == Op::Del)
+		return do_del(c);
 	int fd = open(c.dev.c_str(), O_RDWR);
 	if (fd < 0)
 		return fail(EXIT_NO_DEVICE, c.dev + ": " + strerror(errno) +

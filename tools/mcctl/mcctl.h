@@ -28,6 +28,7 @@ struct Command {
 	Op op = Op::Help;
 	std::string dev = "/dev/quor_igmp";
 	std::string debug_file = "/proc/kv7730/jix_mc_debug";
+	std::string fwd_file = "/proc/kv7730/jix_mc_fwd_entry";
 	igmp_entry_info entry{};		// add, del, update
 	std::optional<unsigned> port;		// show, clear
 	bool json = false;			// show
@@ -39,6 +40,11 @@ struct Command {
 bool parse(const std::vector<std::string> &args, Command &cmd, std::string &err);
 
 std::string usage();
+
+// The forwarding-entry proc command that deletes @e.  Deletion goes
+// through the proc file because the kernel answers ioctl number 2
+// (FIGETBSZ) itself for every file, before any driver sees it.
+std::string proc_del_line(const igmp_entry_info &e);
 
 // One port's entries as get-entries returned them, with the port totals.
 struct PortListing {

@@ -178,7 +178,9 @@ std::string usage()
 	"\n"
 	"  add    <group> <mac> <port> [vlan [vlan_mode [outer_tpid outer_tci [inner_tpid inner_tci]]]]\n"
 	"                           add or refresh a forwarding entry\n"
-	"  del    <group> <mac> <port> [vlan ...]   delete a forwarding entry\n"
+	"  del    <group> <mac> <port> [vlan ...]   delete a forwarding entry (through\n"
+	"                           /proc/kv7730/jix_mc_fwd_entry: the kernel keeps\n"
+	"                           ioctl number 2 for itself)\n"
 	"  update <group> <mac> <port> [vlan ...]   change an existing entry\n"
 	"  show [--port N] [--json] list entries with packet and byte counts and\n"
 	"                           port totals (reading resets the port's\n"
@@ -196,6 +198,24 @@ std::string usage()
 	"  --help                   this text\n"
 	"\n"
 	"exit status: 0 done, 2 usage error, 3 device missing, 4 operation refused\n";
+}
+
+std::string proc_del_line(const igmp_entry_info &e)
+{
+	char addr[64], line[256];
+	const uint8_t *b = e.grp_ip.addr;
+
+	if (e.grp_ip.isipv6)
+		snprintf(addr, sizeof(addr), "ipv6 %x:%x:%x:%x:%x:%x:%x:%x",
+			 b[0] << 8 | b[1], b[2] << 8 | b[3], b[4] << 8 | b[5], b[6] << 8 | b[7],
+			 b[8] << 8 | b[9], b[10] << 8 | b[11], b[12] << 8 | b[13],
+			 b[14] << 8 | b[15]);
+	else
+		snprintf(addr, sizeof(addr), "ipv4 %u.%u.%u.%u", b[0], b[1], b[2], b[3]);
+	snprintf(line, sizeof(line), "del %s %s %u %d %u %x %x %x %x\n", addr,
+		 format_mac(e.grp_mac).c_str(), e.port, e.vlan, e.vlan_mode, e.outer_tpid,
+		 e.outer_tci, e.inner_tpid, e.inner_tci);
+	return line;
 }
 
 std::string format_addr(const mc_ip_addr &a)
