@@ -52,6 +52,10 @@ int jix_xpon_hwnat_learn_flow(struct sk_buff *skb)
 	return 0;
 }
 
+void jix_xpon_hwnat_add_flow(struct sk_buff *skb, u64 mask)
+{
+}
+
 struct hwnat_flow_entry *jix_xpon_hwnat_find_speed_entry(int index)
 {
 	return NULL;

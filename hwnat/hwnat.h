@@ -20,6 +20,13 @@ int jix_update_iptv_table_entry(s32 flow_idx);
 int jix_remove_iptv_table_entry(void);
 void jix_xpon_hwnat_clear_flows(void);
 int jix_xpon_hwnat_learn_flow(struct sk_buff *skb);
+/*
+ * Bind the flow of a data frame (Ethernet header at skb->data) forwarded to
+ * @mask: one record per flow index, timer restarted, the frame marked with
+ * its group's counter id, the flow's drop records removed.  A mask of 0
+ * removes the flow's records instead.
+ */
+void jix_xpon_hwnat_add_flow(struct sk_buff *skb, u64 mask);
 struct hwnat_flow_entry *jix_xpon_hwnat_find_speed_entry(int index);
 int jix_mc_hwnat_flow_read_proc(char *page, char **start, off_t off, int count,
 				int *eof, void *data);
