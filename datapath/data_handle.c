@@ -2,11 +2,174 @@
 /*
  * The per-packet data handler.
  *
- * Not built yet: every frame is left to the kernel's own stack.
+ * The driver offers every received frame here with its data pointer 14
+ * bytes past the MAC header.  In one pass the frame is either left to the
+ * kernel (-1), handed to the control plane as an IGMP/MLD query (0), or
+ * forwarded in software to its member ports and bound into the hardware
+ * forwarding engine (0); multicast data that no port wants is dropped by
+ * the hardware when it can be (the drop operation's result).
+ *
+ * The frame is never freed or kept here, and its data pointer is the same
+ * on return as on entry, on every path.
  */
 #include "datapath.h"
+#include "ctrl.h"
+#include "transmit.h"
+#include "../fdb/fdb.h"
+#include "../hwnat/hwnat.h"
+
+#define JIX_LAN_FLOOD_MASK	0xFFULL		/* ports 0 to 7 */
+#define JIX_IPV4_MIN_HLEN	20
+#define JIX_IPV6_HLEN		40
+#define JIX_IPV6_HOP_HLEN	8		/* one hop-by-hop header */
+#define JIX_QUERY_TYPE		0x11		/* IGMP and MLD query */
+#define JIX_IPV4_DADDR_OFF	16
+#define JIX_IPV6_DADDR_OFF	24
+
+static const char jix_dh_name[] = "jix_multicast_data_handle";
+
+/* Offset of the transport header from @nh, 0 for other frames. */
+static unsigned int jix_dh_l4_off(int pkt_type, const u8 *nh)
+{
+	if (pkt_type == ETH_P_IP)
+		return (nh[0] & 0x0F) * 4;
+	if (pkt_type == ETH_P_IPV6)
+		return nh[6] ? JIX_IPV6_HLEN : JIX_IPV6_HLEN + JIX_IPV6_HOP_HLEN;
+	return 0;
+}
+
+/*
+ * The query kind of @skb: JIX_QUERY_GENERAL or JIX_QUERY_SPECIFIC, or 0
+ * when the frame is not an IGMP or MLD query (also when it is too short to
+ * tell).
+ */
+static u8 jix_dh_query_kind(struct sk_buff *skb, int ip_type)
+{
+	static const u8 all_hosts[4] = { 224, 0, 0, 1 };
+	int pkt_type = jix_xpon_get_packet_type(skb);
+	u8 *nh = jix_xpon_get_network_header(skb);
+	unsigned int avail, l4, daddr;
+
+	if (ip_type != JIX_IPPROTO_IGMP && ip_type != JIX_IPPROTO_ICMPV6)
+		return 0;
+	if (pkt_type != ETH_P_IP && pkt_type != ETH_P_IPV6)
+		return 0;
+	avail = jix_xpon_bytes_from(skb, nh);
+	if (avail < (pkt_type == ETH_P_IP ? JIX_IPV4_MIN_HLEN : JIX_IPV6_HLEN))
+		return 0;
+	l4 = jix_dh_l4_off(pkt_type, nh);
+	if (l4 >= avail || nh[l4] != JIX_QUERY_TYPE)
+		return 0;
+	daddr = pkt_type == ETH_P_IP ? JIX_IPV4_DADDR_OFF : JIX_IPV6_DADDR_OFF;
+	if (!memcmp(nh + daddr, all_hosts, sizeof(all_hosts)))
+		return JIX_QUERY_GENERAL;
+	return JIX_QUERY_SPECIFIC;
+}
+
+/*
+ * A query goes to the control plane when it listens.  The receiver moves
+ * the data pointer to the Ethernet header; it is put back where the driver
+ * had it.
+ */
+static int jix_dh_query(struct sk_buff *skb, u8 kind)
+{
+	unsigned int headroom = skb_headroom(skb);
+
+	if (!READ_ONCE(quor_mc_ctrl_packet_rx_cb_func))
+		return -1;
+	jix_dbg(JIX_DBG_TRACE, "[%s]Query packet, send to callback function\n",
+		jix_dh_name);
+	quor_mcst_recv_ctrl_pkt(skb, kind);
+	if (skb_headroom(skb) < headroom)
+		skb_pull(skb, headroom - skb_headroom(skb));
+	else if (skb_headroom(skb) > headroom)
+		skb_push(skb, skb_headroom(skb) - headroom);
+	return 0;
+}
+
+/* Snooping off: every Wi-Fi port with a device, and the LAN ports 0 to 7. */
+static u64 jix_dh_flood_mask(void)
+{
+	u64 mask = 0;
+	unsigned int port;
+
+	for (port = JIX_PORT_WIFI_FIRST; port < 32; port++)
+		if (get_dev_by_port(port))
+			mask |= jix_port_bit(port);
+	return mask | JIX_LAN_FLOOD_MASK;
+}
+
+static u64 jix_dh_fwd_mask(struct sk_buff *skb)
+{
+	u64 mask = 0;
+	u32 snooping;
+
+	igmp_get_fwd_portmask(skb, &mask);
+	spin_lock_bh(&igmp_fdb_lock);
+	snooping = igmp_snooping_enable;
+	spin_unlock_bh(&igmp_fdb_lock);
+	if (!snooping)
+		mask |= jix_dh_flood_mask();
+	jix_dbg(JIX_DBG_TRACE, "[%s]fwd_port_mask = 0x%lx\n", jix_dh_name,
+		(unsigned long)mask);
+	return mask;
+}
+
+/* Multicast data: forward to the members, bind the flow, or drop it. */
+static int jix_dh_data(struct sk_buff *skb)
+{
+	u64 mask;
+	int ret;
+
+	skb_push(skb, ETH_HLEN);
+	jix_skb_dump(skb);
+	mask = jix_dh_fwd_mask(skb);
+	jix_xpon_hwnat_add_flow(skb, mask);
+	if (mask)
+		ret = jix_xpon_fwd_data_to_port(skb, mask);
+	else
+		ret = jix_xpon_hwnat_drop_multicast(skb, mask);
+	skb_pull(skb, ETH_HLEN);
+	return ret;
+}
 
 int jix_multicast_data_handle(struct mc_data *mc)
 {
+	struct sk_buff *skb = mc->param.ptr;
+	static const u8 none[ETH_ALEN];
+	const u8 *dst;
+	int ip_type;
+	u8 kind;
+
+	jix_dbg(JIX_DBG_TRACE, "[%s]Enter\n", jix_dh_name);
+	if (!skb)
+		return -1;
+	dst = jix_xpon_get_dst_mac(skb);
+	if (!jix_xpon_is_multicast_addr(dst)) {
+		if (!dst)
+			dst = none;
+		jix_dbg(JIX_DBG_TRACE,
+			"[%s]Not multicast addr, dst=%02X-%02X-%02X-%02X-%02X-%02X\n",
+			jix_dh_name, dst[0], dst[1], dst[2], dst[3], dst[4],
+			dst[5]);
+		return -1;
+	}
+	ip_type = jix_xpon_get_ip_type(skb);
+	/* Data is forwarded from its Ethernet header, which must lie where
+	 * the driver promises: 14 bytes before the data pointer.
+	 */
+	if (ip_type == JIX_IPPROTO_UDP && jix_xpon_is_data_udp_port(skb) &&
+	    skb_headroom(skb) >= ETH_HLEN &&
+	    skb->data - ETH_HLEN == skb_mac_header(skb))
+		return jix_dh_data(skb);
+	kind = jix_dh_query_kind(skb, ip_type);
+	if (kind) {
+		int ret = jix_dh_query(skb, kind);
+
+		if (!ret)
+			return 0;
+	}
+	jix_dbg(JIX_DBG_TRACE, "[%s]Not data packet, send to kernel\n",
+		jix_dh_name);
 	return -1;
 }

@@ -15,6 +15,7 @@ extern "C" {
 namespace fake {
 std::vector<std::string> calls;
 int calls_under_fdb_lock;
+int drop_result = -1;
 }
 
 static void record(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
@@ -60,6 +61,10 @@ int jix_remove_iptv_table_entry(void)
 
 void jix_xpon_hwnat_clear_flows(void) { record("clear_flows"); }
 int jix_xpon_hwnat_learn_flow(struct sk_buff *) { return 0; }
+void jix_xpon_hwnat_add_flow(struct sk_buff *, u64 mask)
+{
+	record("add_flow(0x%llx)", (unsigned long long)mask);
+}
 struct hwnat_flow_entry *jix_xpon_hwnat_find_speed_entry(int) { return nullptr; }
 
 int jix_mc_hwnat_flow_read_proc(char *page, char **start, off_t off, int count,
@@ -76,7 +81,11 @@ int jix_add_iptv_table_entry(const struct igmp_entry_info *req)
 }
 
 void jix_xpon_hwnat_clear_all_drop(void) { record("clear_drop"); }
-int jix_xpon_hwnat_drop_multicast(struct sk_buff *, unsigned long long) { return -1; }
+int jix_xpon_hwnat_drop_multicast(struct sk_buff *, unsigned long long mask)
+{
+	record("drop(0x%llx)", mask);
+	return fake::drop_result;
+}
 
 void igmp_entry_check_vlan_mode(const struct igmp_entry_info *, u64 mask,
 				u32 flow_idx)
