@@ -11,8 +11,10 @@
  * - The framework services the module calls: the counter pool (type 20),
  *   counter read/clear (type 19) over 64 software counters, and the
  *   switch port of a LAN port (type 23).
+ * - The network driver's receive side on the uplink (quor_rx.c).
  */
 #include "quor_vendor.h"
+#include "quor_rx.h"
 
 #include <linux/bitmap.h>
 #include <linux/rculist.h>
@@ -329,11 +331,15 @@ static int __init quor_platform_init(void)
 			return ret;
 		}
 	}
-	return 0;
+	ret = quor_rx_start();
+	if (ret)
+		quor_services_stop(ARRAY_SIZE(quor_services));
+	return ret;
 }
 
 static void __exit quor_platform_exit(void)
 {
+	quor_rx_stop();
 	quor_services_stop(ARRAY_SIZE(quor_services));
 }
 

@@ -408,6 +408,66 @@ probe_said "API transmit of 1984 bytes is taken" "xmit port=0 len=1984 result=2 
 probe_run insmod $PROBE xmit_port=0 xmit_len=1985
 probe_said "API transmit of 1985 bytes is refused" "xmit port=0 len=1985 result=-1 hook=1"
 
+# ---- a multicast stream through the module ----
+# Frames sent into pon's peer reach the member ports' peers, each with its
+# port's VLAN treatment, and nothing else; what the module leaves alone
+# reaches the kernel's own stack on pon (a socket there counts it).
+rx_line() { grep -q "^RX $2 frames=$3 tags=$4 len=" "$1"; }	# FILE IF N TAGS
+stack_got() { grep -q "^STACK pon frames=$2\$" "$1"; }		# FILE N
+stream() {	# FILE KIND GROUP TAGS: 20 frames into pon, every peer listening
+	st="--stack pon"
+	[ "$2" = udp6 ] && st=	# the stack's socket is IPv4 only
+	jixstream $st pon-p 20 "$2" "$3" "$4" \
+		e01-p e02-p e03-p e04-p ux0-p > "$1" 2>&1
+	cat "$1"
+}
+ip addr add 192.168.77.1/24 dev pon
+mcctl clear
+G=239.10.10.10
+GM=01:00:5e:0a:0a:0a
+NOTAG="8100 0fff"	# an inner tag position left empty
+mcctl add $G $GM 0 100 0
+mcctl add $G $GM 1 100 1 8100 00c8 $NOTAG
+mcctl add $G $GM 2 100 3
+mcctl add $G $GM 16 100 4 8100 012c $NOTAG
+stream /tmp/s1 udp $G 8100:100
+check "stream: transparent port gets it as sent" rx_line /tmp/s1 e01-p 20 8100:100
+check "stream: replace port gets VLAN 200" rx_line /tmp/s1 e02-p 20 8100:200
+check "stream: strip port gets it untagged" rx_line /tmp/s1 e03-p 20 none
+check "stream: the port without membership gets nothing" rx_line /tmp/s1 e04-p 0 none
+check "stream: add port gets VLAN 300 outside VLAN 100" rx_line /tmp/s1 ux0-p 20 8100:300/8100:100
+stream /tmp/s2 udp $G -
+check "stream: untagged frames reach the members too" rx_line /tmp/s2 e01-p 20 none
+check "stream: add port tags untagged frames with VLAN 300" rx_line /tmp/s2 ux0-p 20 8100:300
+check "stream: forwarded data does not reach the stack" stack_got /tmp/s2 0
+stream /tmp/s3 udp6 ff3e::10 8100:100
+check "stream: an IPv6 group without members reaches nobody" rx_line /tmp/s3 e01-p 0 none
+mcctl add ff3e::10 33:33:00:00:00:10 0 100 0
+stream /tmp/s3 udp6 ff3e::10 8100:100
+check "stream: an IPv6 group reaches its member" rx_line /tmp/s3 e01-p 20 8100:100
+check "stream: an IPv6 group reaches no other port" rx_line /tmp/s3 e02-p 0 none
+for kind in mdns report; do
+	stream /tmp/s4 $kind $G -
+	check "stream: $kind frames are not forwarded" rx_line /tmp/s4 e01-p 0 none
+	check "stream: $kind frames reach the stack" stack_got /tmp/s4 20
+done
+stream /tmp/s5 ucast "$(cat /sys/class/net/pon/address)/192.168.77.1" -
+check "stream: unicast frames are not forwarded" rx_line /tmp/s5 e01-p 0 none
+check "stream: unicast frames reach the stack" stack_got /tmp/s5 20
+mcctl snooping off
+stream /tmp/s6 udp 239.99.99.99 8100:100
+for p in e01-p e03-p e04-p ux0-p; do
+	check "stream: snooping off floods $p" rx_line /tmp/s6 $p 20 8100:100
+done
+# eth0.2 was made a hybrid HGU port above: it gets the flood untagged.
+check "stream: snooping off floods the hybrid HGU port untagged" \
+	rx_line /tmp/s6 e02-p 20 none
+mcctl snooping on
+stream /tmp/s7 udp 239.99.99.99 8100:100
+check "stream: snooping on, a group without members reaches nobody" \
+	rx_line /tmp/s7 e01-p 0 none
+mcctl clear
+
 # ---- the port map follows the devices ----
 deleted_at_once eth0.3 "while the module holds its port"
 probe_run insmod $PROBE xmit_port=2

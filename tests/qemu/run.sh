@@ -145,7 +145,7 @@ mkdir -p "$rootfs/bin" "$rootfs/lib/jix"
 # products before anything else builds there.
 cp "$root/jix_xpon_multicast.ko" "$root/quor_platform.ko" "$veth" "$rootfs/lib/jix/"
 
-say "building jix_mc_probe.ko, jixtest and mcctl"
+say "building jix_mc_probe.ko, jixtest, jixstream and mcctl"
 probe=$work/probe
 rm -rf "$probe"
 mkdir -p "$probe"
@@ -156,6 +156,8 @@ cp "$probe/jix_mc_probe.ko" "$rootfs/lib/jix/"
 
 quiet "jixtest build" "$cc" -static -O2 -Wall -Wextra -Werror -I"$root/include" -I"$here" \
 	-o "$rootfs/bin/jixtest" "$here/jixtest.c"
+quiet "jixstream build" "$cxx" -static -O2 -std=c++17 -Wall -Wextra -Werror \
+	-o "$rootfs/bin/jixstream" "$here/jixstream.cc"
 quiet "mcctl build" "$cxx" -static -O2 -std=c++17 -I"$root/tools/mcctl" -I"$root/include" \
 	-o "$rootfs/bin/mcctl" "$root/tools/mcctl/main.cc" "$root/tools/mcctl/mcctl_lib.cc"
 
