@@ -1,7 +1,8 @@
 # jix_xpon_multicast: top-level entry points.
 #
 #   make check   install what is missing, build both ways, run every test
-#   make run     start the module on the host emulation and forward a stream
+#   make run     boot AArch64 in QEMU, load the modules, forward a stream
+#   make run-host the same stream on the host emulation
 #   make module  build the kernel module (KDIR, ARCH, CROSS_COMPILE, W=1)
 #   make host    build the host library, tests and tools
 #   make test    run the host tests
@@ -9,7 +10,7 @@
 BUILD ?= build
 CMAKE_FLAGS ?= -DCMAKE_BUILD_TYPE=RelWithDebInfo
 
-.PHONY: all check deps host test sanitize run clean
+.PHONY: all check deps host test sanitize run run-host clean
 
 all: host module
 
@@ -43,7 +44,10 @@ check: deps
 	$(MAKE) module-check
 	$(MAKE) qemu-check
 
-run: host
+run:
+	tests/qemu/run.sh arm64 demo
+
+run-host: host
 	$(BUILD)/tools/mcdemo
 
 clean: module-clean

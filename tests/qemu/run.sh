@@ -6,7 +6,10 @@
 # the test module jix_mc_probe.ko, a static mcctl and jixtest in a busybox
 # initramfs, and judge the run by the guest's summary line and the console.
 #
-#   tests/qemu/run.sh x86_64|arm64
+#   tests/qemu/run.sh x86_64|arm64 [demo]
+#
+# With "demo" the guest runs tools/demo/demo-init.sh instead of the tests
+# (make run): the module forwarding a stream, printed for the reader.
 #
 # Builds the modules for that architecture (make module / make
 # module-arm64), fetches what is missing with apt-get, and keeps
@@ -15,10 +18,11 @@
 set -euo pipefail
 
 arch=${1:-}
-case $arch in
-x86_64 | arm64) ;;
+mode=${2:-test}
+case $arch:$mode in
+x86_64:test | arm64:test | x86_64:demo | arm64:demo) ;;
 *)
-	echo "usage: $0 x86_64|arm64" >&2
+	echo "usage: $0 x86_64|arm64 [demo]" >&2
 	exit 2
 	;;
 esac
@@ -26,6 +30,7 @@ esac
 here=$(cd "$(dirname "$0")" && pwd)
 root=$(cd "$here/../.." && pwd)
 work=$root/.cache/qemu/$arch
+if [ $mode = demo ]; then work=$work-demo; fi
 armdir=$root/.cache/arm64
 timeout_s=${QEMU_TIMEOUT:-300}
 start=$SECONDS
@@ -162,7 +167,11 @@ quiet "mcctl build" "$cxx" -static -O2 -std=c++17 -I"$root/tools/mcctl" -I"$root
 	-o "$rootfs/bin/mcctl" "$root/tools/mcctl/main.cc" "$root/tools/mcctl/mcctl_lib.cc"
 
 cp "$busybox" "$rootfs/bin/busybox"
-install -m 755 "$here/guest-init.sh" "$rootfs/init"
+if [ $mode = demo ]; then
+	install -m 755 "$root/tools/demo/demo-init.sh" "$rootfs/init"
+else
+	install -m 755 "$here/guest-init.sh" "$rootfs/init"
+fi
 (cd "$rootfs" && find . | cpio -o -H newc -R 0:0 --quiet) | gzip -1 > "$work/initrd.gz"
 
 # ---- boot ----
@@ -190,6 +199,16 @@ boot_s=$((SECONDS - boot))
 
 # ---- verdict: the guest's own summary, and a clean console ----
 tr -d '\r' < "$log" > "$log.txt"
+if [ $mode = demo ]; then
+	sed -n '/^DEMO BEGIN$/,/^DEMO END$/p' "$log.txt" | sed '1d;$d'
+	if grep -a -q '^JIXDEMO OK' "$log.txt" &&
+		! grep -a -q -E 'BUG|WARNING:|Oops|Kernel panic|general protection' "$log.txt"; then
+		say "done in $((SECONDS - start))s (console: $log)"
+		exit 0
+	fi
+	tail -n 40 "$log.txt" >&2
+	die "the demonstration failed (console: $log)"
+fi
 summary=$(grep -a -o 'JIXTEST \(PASS\|FAIL\).*' "$log.txt" | tail -n 1 || true)
 bad=$(grep -a -n -E 'BUG|WARNING:|Oops|slab|Kernel panic|general protection' "$log.txt" | head -n 20 || true)
 
