@@ -46,6 +46,24 @@ void quor_unregister_hook(struct quor_hook_ops *ops);
  */
 int __QUOR_HOOK(unsigned int type, unsigned int subtype, void *data);
 
+#ifndef JIX_VENDOR_KERNEL
+/*
+ * Mainline kernels: sk_buff has no vendor fields, so the driver and the
+ * module keep the two vendor per-frame words in the last 8 bytes of
+ * skb->cb (bytes 40..47 of the 48).  skb_copy() and skb_clone() carry
+ * them along; the stand-in driver clears them before offering a frame.
+ */
+struct quor_skb_vendor_cb {
+	u32 vendor_flags;
+	u32 hwnat_ctrl;		/* accounting id << 17 and driver bits */
+};
+
+#define QUOR_SKB_CB_SIZE	sizeof(((struct sk_buff *)NULL)->cb)
+#define QUOR_SKB_VENDOR_CB_OFF	(QUOR_SKB_CB_SIZE - sizeof(struct quor_skb_vendor_cb))
+#define QUOR_SKB_VENDOR_CB(skb) \
+	((struct quor_skb_vendor_cb *)&(skb)->cb[QUOR_SKB_VENDOR_CB_OFF])
+#endif
+
 /* A buffer with 2 KiB of data room, from the vendor buffer manager. */
 struct sk_buff *skbmgr_alloc_skb2k(void);
 

@@ -73,30 +73,18 @@ u32 jix_skb_hwnat_ctrl(const struct sk_buff *skb)
 }
 
 #else /* !JIX_VENDOR_KERNEL */
-/*
- * Mainline: sk_buff has no vendor fields, so the two words live in the
- * last 8 bytes of skb->cb (bytes 40..47 of the 48).  skb_copy() and
- * skb_clone() carry them along; a fresh buffer has them zeroed.
- */
-struct jix_skb_vendor_cb {
-	u32 vendor_flags;
-	u32 hwnat_ctrl;
-};
-
-#define JIX_SKB_CB_SIZE		sizeof(((struct sk_buff *)NULL)->cb)
-#define JIX_SKB_VENDOR_CB_OFF	(JIX_SKB_CB_SIZE - sizeof(struct jix_skb_vendor_cb))
-
-static struct jix_skb_vendor_cb *jix_vendor_cb(struct sk_buff *skb)
+/* Mainline: the words shared with the stand-in driver in skb->cb. */
+static struct quor_skb_vendor_cb *jix_vendor_cb(struct sk_buff *skb)
 {
-	BUILD_BUG_ON(JIX_SKB_CB_SIZE < sizeof(struct jix_skb_vendor_cb));
-	BUILD_BUG_ON(JIX_SKB_VENDOR_CB_OFF % sizeof(u32));
-	return (struct jix_skb_vendor_cb *)&skb->cb[JIX_SKB_VENDOR_CB_OFF];
+	BUILD_BUG_ON(QUOR_SKB_CB_SIZE < sizeof(struct quor_skb_vendor_cb));
+	BUILD_BUG_ON(QUOR_SKB_VENDOR_CB_OFF % sizeof(u32));
+	return QUOR_SKB_VENDOR_CB(skb);
 }
 
-static const struct jix_skb_vendor_cb *
+static const struct quor_skb_vendor_cb *
 jix_vendor_cb_const(const struct sk_buff *skb)
 {
-	return (const struct jix_skb_vendor_cb *)&skb->cb[JIX_SKB_VENDOR_CB_OFF];
+	return QUOR_SKB_VENDOR_CB((struct sk_buff *)skb);
 }
 
 void jix_skb_or_vendor_flags(struct sk_buff *skb, u32 bits)

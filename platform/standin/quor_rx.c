@@ -19,12 +19,27 @@
 #include "quor_rx.h"
 
 #include <linux/if_vlan.h>
+#include <linux/moduleparam.h>
 #include <linux/netdevice.h>
 #include <linux/rtnetlink.h>
 
 #define QUOR_UPLINK_NAME	"pon"
 
 static struct net_device *quor_pon_dev;	/* RTNL */
+
+/*
+ * What a forwarding engine would be programmed from: the control word the
+ * module left in the last frame it dealt with (its group's counter id in
+ * bits 17 and up), and how many frames were offered and taken.  Read-only
+ * parameters under /sys/module/quor_platform/parameters/.
+ */
+static uint rx_hwnat_ctrl;
+module_param(rx_hwnat_ctrl, uint, 0444);
+MODULE_PARM_DESC(rx_hwnat_ctrl, "hardware-forwarding word of the last frame the module handled");
+static uint rx_offered;
+module_param(rx_offered, uint, 0444);
+static uint rx_handled;
+module_param(rx_handled, uint, 0444);
 
 /*
  * Put an outer tag that the kernel took out back into the frame.  Returns
@@ -59,11 +74,15 @@ static rx_handler_result_t quor_rx_handler(struct sk_buff **pskb)
 	skb_pull(skb, ETH_HLEN);
 	skb_reset_network_header(skb);
 
+	memset(QUOR_SKB_VENDOR_CB(skb), 0, sizeof(struct quor_skb_vendor_cb));
 	mc.in_function_id = 0;
 	mc.param.ptr = skb;
 	mc.result = -1;
+	WRITE_ONCE(rx_offered, READ_ONCE(rx_offered) + 1);
 	if (__QUOR_HOOK(QUOR_HOOK_TYPE_MULTICAST, QUOR_MC_SUBTYPE_INTERVAL,
 			&mc) >= 0 && mc.result == 0) {
+		WRITE_ONCE(rx_hwnat_ctrl, QUOR_SKB_VENDOR_CB(skb)->hwnat_ctrl);
+		WRITE_ONCE(rx_handled, READ_ONCE(rx_handled) + 1);
 		consume_skb(skb);
 		return RX_HANDLER_CONSUMED;
 	}

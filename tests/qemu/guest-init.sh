@@ -430,7 +430,10 @@ mcctl add $G $GM 0 100 0
 mcctl add $G $GM 1 100 1 8100 00c8 $NOTAG
 mcctl add $G $GM 2 100 3
 mcctl add $G $GM 16 100 4 8100 012c $NOTAG
+handled() { cat /sys/module/quor_platform/parameters/rx_handled; }
+h0=$(handled)
 stream /tmp/s1 udp $G 8100:100
+check "stream: the driver was told all 20 frames were handled" [ $(($(handled) - h0)) = 20 ]
 check "stream: transparent port gets it as sent" rx_line /tmp/s1 e01-p 20 8100:100
 check "stream: replace port gets VLAN 200" rx_line /tmp/s1 e02-p 20 8100:200
 check "stream: strip port gets it untagged" rx_line /tmp/s1 e03-p 20 none
@@ -447,7 +450,9 @@ stream /tmp/s3 udp6 ff3e::10 8100:100
 check "stream: an IPv6 group reaches its member" rx_line /tmp/s3 e01-p 20 8100:100
 check "stream: an IPv6 group reaches no other port" rx_line /tmp/s3 e02-p 0 none
 for kind in mdns report; do
+	h0=$(handled)
 	stream /tmp/s4 $kind $G -
+	check "stream: $kind frames are handed back to the driver" [ "$(handled)" = "$h0" ]
 	check "stream: $kind frames are not forwarded" rx_line /tmp/s4 e01-p 0 none
 	check "stream: $kind frames reach the stack" stack_got /tmp/s4 20
 done
