@@ -11,6 +11,12 @@
  * <h> is the hook's return (1 when an operation ran), <r> the operation's
  * status in mc_data (2 done, -1 refused).  Load it once per action and
  * unload it again.
+ *
+ * With rx_cb=1 it stays the control plane's receive callback while loaded
+ * (API operation 0), logging every query it is given and answering
+ * cb_answer (0: do not relay), which may be changed at run time:
+ *
+ *   jix_mc_probe: query port=<p> len=<n> first=<first 6 bytes>
  */
 #include <linux/inet.h>
 #include <linux/kernel.h>
@@ -42,6 +48,14 @@ static uint xmit_len = JIX_PROBE_LEN;
 module_param(xmit_len, uint, 0444);
 static int xmit_flags;
 module_param(xmit_flags, int, 0444);
+
+static bool rx_cb;
+module_param(rx_cb, bool, 0444);
+MODULE_PARM_DESC(rx_cb, "be the receive callback for queries while loaded");
+static int cb_answer = 1;
+module_param(cb_answer, int, 0644);
+static uint n_queries;
+module_param(n_queries, uint, 0444);
 
 /* Returns the hook's result; the operation's status goes to *result. */
 static int probe_api(struct mc_data *mc, int *result)
@@ -137,11 +151,37 @@ static int probe_xmit(void)
 	return 0;
 }
 
+static int probe_rx(u8 port, u8 *frame, u32 len)
+{
+	WRITE_ONCE(n_queries, READ_ONCE(n_queries) + 1);
+	printk("jix_mc_probe: query port=%u len=%u first=%6phC\n", port, len,
+	       frame);
+	return READ_ONCE(cb_answer);
+}
+
+typedef int (*probe_rx_fn)(u8 port, u8 *frame, u32 len);
+
+static int probe_set_cb(probe_rx_fn fn)
+{
+	struct mc_data mc;
+	int hook, result;
+
+	memset(&mc, 0, sizeof(mc));
+	mc.api_function_id = QUOR_MC_API_SET_RECV_CB;
+	mc.param.ptr = &fn;
+	hook = probe_api(&mc, &result);
+	printk("jix_mc_probe: recv_cb %s result=%d hook=%d\n",
+	       fn ? "set" : "cleared", result, hook);
+	return hook == 1 && result == 2 ? 0 : -EIO;
+}
+
 static int __init jix_mc_probe_init(void)
 {
 	int ret = 0;
 
-	if (add_grp)
+	if (rx_cb)
+		ret = probe_set_cb(probe_rx);
+	if (!ret && add_grp)
 		ret = probe_add();
 	if (!ret && xmit_port >= 0)
 		ret = probe_xmit();
@@ -150,6 +190,11 @@ static int __init jix_mc_probe_init(void)
 
 static void __exit jix_mc_probe_exit(void)
 {
+	if (!rx_cb)
+		return;
+	probe_set_cb(NULL);
+	/* The callback is called from the receive path (softirq). */
+	synchronize_rcu();
 }
 
 module_init(jix_mc_probe_init);

@@ -154,10 +154,10 @@ say "building jix_mc_probe.ko, jixtest, jixstream and mcctl"
 probe=$work/probe
 rm -rf "$probe"
 mkdir -p "$probe"
-cp "$here/jix_mc_probe.c" "$here/jix_probe_frame.h" "$here/Kbuild" "$probe/"
+cp "$here/jix_mc_probe.c" "$here/jix_hw_probe.c" "$here/jix_probe_frame.h" "$here/Kbuild" "$probe/"
 quiet "jix_mc_probe.ko build" make -C "$kdir" M="$probe" JIX_ROOT="$root" \
 	KBUILD_EXTRA_SYMBOLS="$root/Module.symvers" "${kvars[@]}" modules
-cp "$probe/jix_mc_probe.ko" "$rootfs/lib/jix/"
+cp "$probe/jix_mc_probe.ko" "$probe/jix_hw_probe.ko" "$rootfs/lib/jix/"
 
 quiet "jixtest build" "$cc" -static -O2 -Wall -Wextra -Werror -I"$root/include" -I"$here" \
 	-o "$rootfs/bin/jixtest" "$here/jixtest.c"
