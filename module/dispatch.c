@@ -8,6 +8,7 @@
 #include "jix_mc.h"
 #include "module/api.h"
 #include "datapath/datapath.h"
+#include "vlan/vlan.h"
 
 typedef int (*jix_mc_op_t)(struct mc_data *mc);
 
@@ -18,8 +19,8 @@ static const jix_mc_op_t jix_mc_operation[JIX_MC_OPERATION_NUM] = {
 static const jix_mc_op_t quor_mc_api_operation[QUOR_MC_API_NUM] = {
 	[QUOR_MC_API_SET_RECV_CB] = quor_mc_hook_set_recv_cb,
 	[QUOR_MC_API_XMIT] = quor_mc_hook_xmit,
-	[QUOR_MC_API_VLAN_IS_ONE_TO_N] = NULL,	/* VLAN 1:N check */
-	[QUOR_MC_API_VLAN_HANDLE] = NULL,	/* VLAN replication */
+	[QUOR_MC_API_VLAN_IS_ONE_TO_N] = quor_mc_hook_vlan_isOneToN,
+	[QUOR_MC_API_VLAN_HANDLE] = quor_mc_hook_vlan_handle,
 	[QUOR_MC_API_ENTRY_ADD] = quor_mc_hook_entry_add,
 	[QUOR_MC_API_ENTRY_DEL] = quor_mc_hook_entry_del,
 	[QUOR_MC_API_ENTRY_UPDATE] = quor_mc_hook_entry_update,

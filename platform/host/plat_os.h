@@ -419,6 +419,12 @@ static inline int skb_tailroom(const struct sk_buff *skb)
 	return (int)(skb->end - skb->tail);
 }
 
+/* Bytes of the frame in the linear buffer, from the data pointer. */
+static inline unsigned int skb_headlen(const struct sk_buff *skb)
+{
+	return skb->len - skb->data_len;
+}
+
 static inline unsigned char *skb_tail_pointer(const struct sk_buff *skb)
 {
 	return skb->tail;

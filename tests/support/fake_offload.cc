@@ -93,4 +93,21 @@ void igmp_entry_check_vlan_mode(const struct igmp_entry_info *, u64 mask,
 	record("check_vlan(%d,0x%llx)", (int)flow_idx, (unsigned long long)mask);
 }
 
+// API operations 2 and 3 stand in for the VLAN code too; operation 3
+// keeps its contract of consuming the frame.
+int quor_mc_hook_vlan_isOneToN(struct mc_data *mc)
+{
+	record("vlan_is_one_to_n");
+	return mc->skb ? QUOR_MC_API_OK : QUOR_MC_API_FAIL;
+}
+
+int quor_mc_hook_vlan_handle(struct mc_data *mc)
+{
+	record("vlan_handle");
+	if (!mc->skb)
+		return QUOR_MC_API_FAIL;
+	kfree_skb(mc->skb);
+	return QUOR_MC_API_OK;
+}
+
 } // extern "C"
