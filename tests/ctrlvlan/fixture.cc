@@ -1,9 +1,5 @@
 #include "fixture.h"
 
-namespace fake {
-std::vector<std::string> calls;
-int calls_under_fdb_lock;
-}
 
 namespace cv {
 

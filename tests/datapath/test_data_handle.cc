@@ -17,10 +17,12 @@ const char *kSrc = "10.0.0.1";
 const char *kDh = "[jix_multicast_data_handle]";
 
 int rx_cb_calls;
-int rx_cb(u8, u8 *, u32)
+u8 rx_cb_port;
+int rx_cb(u8 port, u8 *, u32)
 {
 	rx_cb_calls++;
-	return 0;
+	rx_cb_port = port;
+	return 1;	// relay
 }
 
 class DataHandle : public ModuleTest {
@@ -45,9 +47,11 @@ protected:
 
 	// Offer @frame as the driver does; checks that the frame and its data
 	// pointer come back unchanged and returns the handler's result.
-	int offer(const Bytes &frame, unsigned int headroom = 32)
+	int offer(const Bytes &frame, unsigned int headroom = 32,
+		  net_device *in = nullptr)
 	{
 		Skb skb = skb_from(frame, headroom);
+		skb->dev = in;
 		unsigned char *data = skb->data;
 		unsigned int len = skb->len;
 		mc_data mc{};
@@ -145,6 +149,25 @@ TEST_F(DataHandle, QueriesGoToTheControlPlaneOnlyWhenItListens)
 		quor_mc_debug_level = 1;
 	}
 	EXPECT_TRUE(fake::calls.empty());
+}
+
+TEST_F(DataHandle, TheQueryKindDecidesWhereTheQueryIsRelayed)
+{
+	net_device *pon = netdev("pon");
+	join(0);
+	quor_mc_ctrl_packet_rx_cb_func = rx_cb;
+	EXPECT_EQ(0, offer(igmp_frame(igmp_query("0.0.0.0"), "224.0.0.1"), 32, pon));
+	EXPECT_EQ(1, rx_cb_calls);
+	EXPECT_EQ(JIX_PORT_PON, rx_cb_port);
+	for (net_device *d : { eth01, eth02, ux0, ux1 })
+		EXPECT_EQ(1u, sent(d)) << "a general query goes to every port: " << d->name;
+	for (net_device *d : { eth01, eth02, ux0, ux1 })
+		host_netdev_tx_clear(d);
+	EXPECT_EQ(0, offer(igmp_frame(igmp_query("239.1.1.1"), "239.1.1.1"), 32, pon));
+	EXPECT_EQ(2, rx_cb_calls);
+	EXPECT_EQ(1u, sent(eth01)) << "a group-specific query goes to the members";
+	for (net_device *d : { eth02, ux0, ux1 })
+		EXPECT_EQ(0u, sent(d)) << d->name;
 }
 
 TEST_F(DataHandle, DataReachesItsMembersAndIsBound)

@@ -12,11 +12,6 @@ extern "C" {
 #include "host_ctl.h"
 }
 
-namespace fake {
-std::vector<std::string> calls;
-int calls_under_fdb_lock;
-int drop_result = -1;
-}
 
 static void record(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
 static void record(const char *fmt, ...)
