@@ -473,6 +473,53 @@ check "stream: snooping on, a group without members reaches nobody" \
 	rx_line /tmp/s7 e01-p 0 none
 mcctl clear
 
+# ---- queries to the control plane, and software VLAN handling ----
+QP=/sys/module/jix_mc_probe/parameters
+mcctl add $G $GM 0 100 0
+mcctl add $G $GM 2 100 3
+klog_flush
+check "query: the probe becomes the receive callback" insmod $PROBE rx_cb=1
+stream /tmp/q1 query 224.0.0.1 -
+check "query: the callback saw the 20 general queries" [ "$(cat $QP/n_queries)" = 20 ]
+check "query: they came in on port 32" klog_has "jix_mc_probe: query port=32 len="
+for p in e01-p e02-p e03-p e04-p ux0-p; do
+	check "query: a general query is relayed to $p" rx_line /tmp/q1 $p 20 none
+done
+stream /tmp/q2 query $G -
+check "query: a group-specific query reaches member port 0" rx_line /tmp/q2 e01-p 20 none
+check "query: a group-specific query reaches member port 2" rx_line /tmp/q2 e03-p 20 none
+for p in e02-p e04-p ux0-p; do
+	check "query: a group-specific query does not reach $p" rx_line /tmp/q2 $p 0 none
+done
+echo 0 > $QP/cb_answer
+stream /tmp/q3 query 224.0.0.1 -
+check "query: the callback's 0 stops the relay" rx_line /tmp/q3 e01-p 0 none
+check "query: the callback was still asked" [ "$(cat $QP/n_queries)" = 60 ]
+check "query: the probe lets go of the callback" rmmod jix_mc_probe
+stream /tmp/q4 query 224.0.0.1 -
+check "query: without a callback queries are not relayed" rx_line /tmp/q4 e01-p 0 none
+
+# operation 3: the frame's switch tag comes off, each member port gets its
+# treatment; type 1 stands for a 0x8100 tag, type 0 for none.
+for st in 0x0100:8100:100 0x0001:none; do
+	v=${st%%:*}
+	want=${st#*:}
+	jixstream - 0 udp $G - e01-p e02-p e03-p e04-p ux0-p > /tmp/v1 &
+	sink=$!
+	sleep 1
+	probe_run insmod $PROBE vh_grp=$G vh_stag=$v vh_vid=100 vh_count=10
+	wait $sink	# not the watchdog
+	cat /tmp/v1
+	probe_said "operation 3 takes 10 frames with switch tag $v" \
+		"vlan_handle $G stag=$v sent=10 result=2 hook=1"
+	check "operation 3 ($v): transparent port 0 gets $want" rx_line /tmp/v1 e01-p 10 $want
+	check "operation 3 ($v): strip port 2 gets them untagged" rx_line /tmp/v1 e03-p 10 none
+	for p in e02-p e04-p ux0-p; do
+		check "operation 3 ($v): $p gets nothing" rx_line /tmp/v1 $p 0 none
+	done
+done
+mcctl clear
+
 # ---- the port map follows the devices ----
 deleted_at_once eth0.3 "while the module holds its port"
 probe_run insmod $PROBE xmit_port=2

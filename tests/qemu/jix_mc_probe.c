@@ -17,8 +17,16 @@
  * cb_answer (0: do not relay), which may be changed at run time:
  *
  *   jix_mc_probe: query port=<p> len=<n> first=<first 6 bytes>
+ *
+ * With vh_grp=<IPv4 group> it hands vh_count switch-tagged UDP data frames
+ * to API operation 3 (software VLAN handling and replication), switch tag
+ * value vh_stag, VLAN id vh_vid when the tag says the frame had one:
+ *
+ *   jix_mc_probe: vlan_handle <group> stag=<v> sent=<n> result=<r> hook=<h>
  */
 #include <linux/inet.h>
+#include <linux/ip.h>
+#include <net/checksum.h>
 #include <linux/kernel.h>
 #include <linux/module.h>
 #include <linux/slab.h>
@@ -56,6 +64,16 @@ static int cb_answer = 1;
 module_param(cb_answer, int, 0644);
 static uint n_queries;
 module_param(n_queries, uint, 0444);
+
+static char *vh_grp;
+module_param(vh_grp, charp, 0444);
+MODULE_PARM_DESC(vh_grp, "hand switch-tagged frames to this group to API operation 3");
+static uint vh_stag = 0x0100;
+module_param(vh_stag, uint, 0444);
+static uint vh_vid = 100;
+module_param(vh_vid, uint, 0444);
+static uint vh_count = 10;
+module_param(vh_count, uint, 0444);
 
 /* Returns the hook's result; the operation's status goes to *result. */
 static int probe_api(struct mc_data *mc, int *result)
@@ -151,6 +169,90 @@ static int probe_xmit(void)
 	return 0;
 }
 
+static void probe_put16(u8 *p, u16 v)
+{
+	p[0] = v >> 8;
+	p[1] = v & 0xff;
+}
+
+/*
+ * A frame as it comes up from the switch: group MAC, the source MAC that
+ * jixstream counts, the switch tag in the type position (followed by the
+ * TCI when the tag says the frame had a VLAN tag, by 0x0000 for type 0),
+ * then IPv4 and UDP to port 5001 with the JIXSTREAM payload.
+ */
+static struct sk_buff *probe_stag_frame(const u8 grp[4], unsigned int seq)
+{
+	static const u8 src[6] = { 0x02, 0x4a, 0x49, 0x58, 0x53, 0x54 };
+	struct sk_buff *skb = alloc_skb(64 + 128, GFP_KERNEL);
+	u8 *f, *ip, *udp;
+	unsigned int kind = (vh_stag >> 8) & 3;
+
+	if (!skb)
+		return NULL;
+	skb_reserve(skb, 64);
+	f = skb_put_zero(skb, 18 + 20 + 8 + 32);
+	f[0] = 0x01;
+	f[1] = 0x00;
+	f[2] = 0x5e;
+	f[3] = grp[1] & 0x7f;
+	f[4] = grp[2];
+	f[5] = grp[3];
+	memcpy(f + 6, src, 6);
+	probe_put16(f + 12, (u16)vh_stag);
+	probe_put16(f + 14, kind == 0 ? 0 : (u16)vh_vid);
+	probe_put16(f + 16, ETH_P_IP);
+	ip = f + 18;
+	ip[0] = 0x45;
+	probe_put16(ip + 2, 20 + 8 + 32);
+	ip[8] = 1;
+	ip[9] = IPPROTO_UDP;
+	ip[12] = 10;
+	ip[15] = 1;
+	memcpy(ip + 16, grp, 4);
+	probe_put16(ip + 10, ip_fast_csum(ip, 5));
+	udp = ip + 20;
+	probe_put16(udp, 5000);
+	probe_put16(udp + 2, 5001);
+	probe_put16(udp + 4, 8 + 32);
+	snprintf((char *)udp + 8, 32, "JIXSTREAM %u", seq);
+	skb_reset_mac_header(skb);
+	return skb;
+}
+
+static int probe_vlan_handle(void)
+{
+	int hook = -1, result = 0, sent = 0;
+	struct mc_data mc;
+	u8 grp[4];
+	uint i;
+
+	if (!in4_pton(vh_grp, -1, grp, -1, NULL)) {
+		pr_err("jix_mc_probe: bad group %s\n", vh_grp);
+		return -EINVAL;
+	}
+	for (i = 0; i < vh_count; i++) {
+		struct sk_buff *skb = probe_stag_frame(grp, i);
+
+		if (!skb)
+			return -ENOMEM;
+		memset(&mc, 0, sizeof(mc));
+		mc.api_function_id = QUOR_MC_API_VLAN_HANDLE;
+		mc.skb = skb;
+		/* The operation runs in the receive path on a real box. */
+		local_bh_disable();
+		hook = probe_api(&mc, &result);
+		local_bh_enable();
+		if (hook != 1)
+			kfree_skb(skb);	/* no operation ran: still ours */
+		else
+			sent++;
+	}
+	printk("jix_mc_probe: vlan_handle %s stag=0x%04x sent=%d result=%d hook=%d\n",
+	       vh_grp, vh_stag, sent, result, hook);
+	return 0;
+}
+
 static int probe_rx(u8 port, u8 *frame, u32 len)
 {
 	WRITE_ONCE(n_queries, READ_ONCE(n_queries) + 1);
@@ -185,6 +287,8 @@ static int __init jix_mc_probe_init(void)
 		ret = probe_add();
 	if (!ret && xmit_port >= 0)
 		ret = probe_xmit();
+	if (!ret && vh_grp)
+		ret = probe_vlan_handle();
 	return ret;
 }
 

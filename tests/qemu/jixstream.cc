@@ -16,6 +16,9 @@
 //          ucast   IPv4 UDP data to GROUP given as MAC/IP (a unicast host)
 //   TAGS   "-" or TPID:VID[,TPID:VID...] in hex:decimal, outer first
 //
+// With IN "-" and COUNT 0 nothing is sent: the sinks listen for frames
+// that something else makes (for 3 s, or until 400 ms after the last).
+//
 // With --stack, a socket of the kernel's own stack on IF (a UDP socket on
 // the frames' port, or a raw IGMP socket for reports, joined to the group)
 // counts the test frames that the stack received there:
@@ -305,10 +308,11 @@ bool take(Sink &s)
 	return true;
 }
 
-// Collect until 400 ms pass without a test frame (at most 5 s).
-void drain(std::vector<Sink> &sinks)
+// Collect until 400 ms pass without a test frame after @first_ms (at
+// most 5 s).
+void drain(std::vector<Sink> &sinks, long first_ms)
 {
-	long quiet_until = now_ms() + 400, stop = now_ms() + 5000;
+	long quiet_until = now_ms() + first_ms, stop = now_ms() + 5000;
 	std::vector<pollfd> p;
 	for (Sink &s : sinks)
 		p.push_back({ s.fd, POLLIN, 0 });
@@ -400,7 +404,8 @@ int main(int argc, char **argv)
 		return usage();
 	Spec spec;
 	unsigned count = (unsigned)strtoul(argv[2], nullptr, 0);
-	if (!count || !parse_spec(argv[3], argv[4], argv[5], spec))
+	bool listen_only = !strcmp(argv[1], "-");
+	if ((!count && !listen_only) || !parse_spec(argv[3], argv[4], argv[5], spec))
 		return usage();
 	std::vector<Sink> sinks;
 	for (int i = 6; i < argc; i++) {
@@ -415,6 +420,15 @@ int main(int argc, char **argv)
 		printf("STACK %s: cannot listen: %s\n", stack.name, strerror(errno));
 		return 2;
 	}
+	if (listen_only) {
+		printf("LISTENING\n");
+		fflush(stdout);
+		drain(sinks, 3000);
+		for (Sink &s : sinks)
+			printf("RX %s frames=%d tags=%s len=%zu\n", s.name, s.frames,
+			       s.tags.c_str(), s.len);
+		return 0;
+	}
 	int out = open_if(argv[1]);
 	if (out < 0) {
 		printf("TX %s: cannot open\n", argv[1]);
@@ -428,7 +442,7 @@ int main(int argc, char **argv)
 		usleep(2000);
 	}
 	printf("TX %s frames=%u\n", argv[1], sent);
-	drain(sinks);
+	drain(sinks, 400);
 	if (stack.name) {
 		stack_take(stack);
 		printf("STACK %s frames=%d\n", stack.name, stack.frames);
