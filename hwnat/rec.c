@@ -33,7 +33,7 @@ struct hwnat_table hwnat_drops = {
 
 static unsigned long hwnat_aging_expiry(void)
 {
-	return round_jiffies(jiffies) + HWNAT_AGING_TICKS;
+	return round_jiffies(READ_ONCE(jiffies)) + HWNAT_AGING_TICKS;
 }
 
 struct hwnat_flow_entry *hwnat_rec_alloc(void)
