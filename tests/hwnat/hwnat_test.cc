@@ -29,48 +29,17 @@ static void rec(const char *fmt, ...)
 }
 
 static int to_foe(sk_buff *) { return drv.foe; }
-
-static int is_mc(int index, unsigned char *, unsigned char *, int v6)
+static int is_mc(int i, u8 *, u8 *, int v6) { rec("is_mc(%d,%d)", i, v6); return drv.is_mc; }
+static int is_drop(int i, u8 *, u8 *, int v6) { rec("is_drop(%d,%d)", i, v6); return drv.is_drop; }
+static int set_info(int i, unsigned int m, int f) { rec("set_info(%d,0x%x,%d)", i, m, f); return 0; }
+static int del(int i) { rec("delete(%d)", i); return 0; }
+static int update_dp(int i, int dp) { rec("dp(%d,%d)", i, dp); return 0; }
+static int update_vlan(int i, unsigned int o, unsigned int in)
 {
-	rec("is_mc(%d,%d)", index, v6);
-	return drv.is_mc;
-}
-
-static int is_drop(int index, unsigned char *, unsigned char *, int v6)
-{
-	rec("is_drop(%d,%d)", index, v6);
-	return drv.is_drop;
-}
-
-static int set_info(int index, unsigned int mask, int flag)
-{
-	rec("set_info(%d,0x%x,%d)", index, mask, flag);
+	rec("vlan(%d,0x%x,0x%x)", i, o, in);
 	return 0;
 }
-
-static int del(int index)
-{
-	rec("delete(%d)", index);
-	return 0;
-}
-
-static int update_dp(int index, int dp)
-{
-	rec("dp(%d,%d)", index, dp);
-	return 0;
-}
-
-static int update_vlan(int index, unsigned int outer, unsigned int inner)
-{
-	rec("vlan(%d,0x%x,0x%x)", index, outer, inner);
-	return 0;
-}
-
-static int drop_packet(sk_buff *)
-{
-	rec("drop_packet");
-	return drv.drop_packet;
-}
+static int drop_packet(sk_buff *) { rec("drop_packet"); return drv.drop_packet; }
 
 void install()
 {

@@ -38,7 +38,7 @@ TEST_F(Hwnat, BindingRecordsTheFlowAndMarksTheGroupCounter)
 	EXPECT_EQ(0, mcst_acnt[0].valid);
 }
 
-TEST_F(Hwnat, TagsBeyondTwoAndThe9100Tag)
+TEST_F(Hwnat, TagsBeyondTwoThe9100TagIpv6AndPppoe)
 {
 	bind(v4("239.1.1.1", { s_tag, c_tag, c_tag }), 0x1);
 	auto f = flows();
@@ -51,12 +51,9 @@ TEST_F(Hwnat, TagsBeyondTwoAndThe9100Tag)
 	EXPECT_EQ(1u, f[0].tag_num);
 	EXPECT_EQ(0x91000005u, f[0].outer_tag);
 	EXPECT_EQ(-1, f[0].vid);	// the binding step reads no 0x9100 VID
-}
 
-TEST_F(Hwnat, Ipv6AndPppoeFlows)
-{
 	bind(v6("ff05::1:3"), 0x1);
-	auto f = flows();
+	f = flows();
 	EXPECT_EQ(16u, f[0].proto);
 	EXPECT_EQ(hex(addr("ff05::1:3")), hex16(f[0].grp_addr));
 	EXPECT_EQ(hex(addr("2001:db8::1")), hex16(f[0].src_addr));
@@ -71,7 +68,7 @@ TEST_F(Hwnat, Ipv6AndPppoeFlows)
 	EXPECT_EQ(0, memcmp(f[1].grp_addr, addr("239.2.2.2").data(), 4));
 }
 
-TEST_F(Hwnat, UnsupportedFramesAndMissingIndexBindNothing)
+TEST_F(Hwnat, UnsupportedFramesMissingIndexOrMemoryBindNothing)
 {
 	quor_mc_debug_level = 2;
 	Bytes arp = eth(mac("01:00:5e:01:01:01"), mac("00:11:22:33:44:55"), {},
@@ -95,10 +92,10 @@ TEST_F(Hwnat, UnsupportedFramesAndMissingIndexBindNothing)
 	EXPECT_EQ("", log_take());
 	EXPECT_TRUE(flows().empty());
 	EXPECT_EQ(1, mcst_acnt[0].valid);	// no counter bound either
-}
 
-TEST_F(Hwnat, FailedAllocationKeepsTheOlderRecord)
-{
+	// A failed allocation keeps the older record of the index.
+	hw::install();
+	hw::drv.foe = 7;
 	bind(v4("239.1.1.1"), 0x1);
 	bind(v4("239.1.1.1"), 0x3, true);
 	EXPECT_EQ("[jix_xpon_hwnat_add_flow]Not enough memory!\n", log_take());
