@@ -10,16 +10,35 @@
 
 #include "jix_mc.h"
 
+struct hwnat_flow_entry;
+
 void jix_init_hwnat_list(void);
-/* Stop every timer and free every flow and drop record, quietly. */
+/*
+ * Module stop: stop every timer and free every flow and drop record,
+ * quietly (no driver or accounting call), waiting for expiries in flight.
+ * Nothing is added afterwards.  Process context, no lock held.
+ */
 void jix_hwnat_release_all(void);
 
+/* ---- control paths: process context or softirq, no lock held ---- */
+/* Records of @flow_idx take @mask; mask 0 turns them into drop records. */
 void quor_update_hwnat_entry(u32 flow_idx, u64 mask);
+void quor_mcst_hwnat_update_vlan(u32 flow_idx);
+void quor_mcst_hwnat_update_dp(u32 flow_idx, int port);
+u64 quor_get_switch_mask(u64 mask);
 void jix_xpon_hwnat_del_flow_by_index(s32 flow_idx);
 int jix_update_iptv_table_entry(s32 flow_idx);
 int jix_remove_iptv_table_entry(void);
 void jix_xpon_hwnat_clear_flows(void);
+struct hwnat_flow_entry *jix_xpon_hwnat_find_entry(struct list_head *head,
+						   int index);
+void quor_mcst_hwnat_add_drop(struct hwnat_flow_entry *e);
+
+/* ---- driver hooks and packet path: softirq ---- */
 int jix_xpon_hwnat_learn_flow(struct sk_buff *skb);
+void quor_hwnat_update_flows(void);
+/* Caller holds hwnat_flow_lock. */
+void jix_xpon_hwnat_update_flow(struct hwnat_flow_entry *e, u64 mask);
 /*
  * Bind the flow of a data frame (Ethernet header at skb->data) forwarded to
  * @mask: one record per flow index, timer restarted, the frame marked with

@@ -5,10 +5,18 @@
  * shared format: 184 bytes, checked below.  Drop records use the same
  * type.
  *
- * hwnat_flow_lock guards hwnat_flow_list and its records; it is taken
- * with bottom halves disabled from control paths and plainly in softirq.
- * A record is freed exactly when it is unlinked, after its timer is
- * stopped.
+ * hwnat_flow_lock guards hwnat_flow_list and its records, hwnat_drop_lock
+ * hwnat_drop_list and its records; each is taken with bottom halves
+ * disabled from control paths and plainly in softirq.  The flow lock may
+ * be held while the drop lock is taken, never the reverse.
+ *
+ * Lifetime: a record on its list always has its timer pending, except
+ * while its own expiry runs.  Only the expiry re-arms a record's timer.
+ * The expiry may already be running on another processor, waiting for the
+ * lock, when a control or packet path removes the record; such a record is
+ * not freed but parked on the table's orphan list, and the expiry frees it
+ * when it gets the lock.  So a record's memory outlives every run of its
+ * timer, and an expiry acts only on a record that is still on its list.
  */
 #ifndef JIX_HWNAT_FLOW_H
 #define JIX_HWNAT_FLOW_H
@@ -19,6 +27,15 @@
 #define HWNAT_PROTO_IPV6	16
 #define HWNAT_AGING_TICKS	3000	/* from the tick count rounded to a second */
 #define HWNAT_DROP_DP		15	/* destination port of a dropped flow */
+#define HWNAT_WIFI_BITS		0xFFFF0000ULL	/* port ids 16..31 */
+
+/* Where a record is in its life (hwnat_flow_entry.life). */
+enum hwnat_life {
+	HWNAT_LIVE = 0,		/* on its list (the driver sees 0 here) */
+	HWNAT_EXPIRING,		/* its expiry holds the lock and acts on it */
+	HWNAT_ORPHAN,		/* removed while its expiry was in flight */
+	HWNAT_RELEASED,		/* taken by module stop */
+};
 
 struct hwnat_flow_entry {
 	struct list_head list;		/* 0 */
@@ -38,7 +55,8 @@ struct hwnat_flow_entry {
 	u8 src_addr[16];		/* 112 */
 	u8 rsv4[8];			/* 128 */
 	struct timer_list timer;	/* 136 */
-	u8 rsv5[8];			/* 176 */
+	u8 life;			/* 176: enum hwnat_life, module-private */
+	u8 rsv5[7];			/* 177 */
 };
 
 static inline void hwnat_flow_layout_check(void)
@@ -54,11 +72,63 @@ static inline void hwnat_flow_layout_check(void)
 	BUILD_BUG_ON(offsetof(struct hwnat_flow_entry, grp_addr) != 96);
 	BUILD_BUG_ON(offsetof(struct hwnat_flow_entry, src_addr) != 112);
 	BUILD_BUG_ON(offsetof(struct hwnat_flow_entry, timer) != 136);
+	BUILD_BUG_ON(offsetof(struct hwnat_flow_entry, life) != 176);
 	BUILD_BUG_ON(sizeof(struct timer_list) != 40);
 	BUILD_BUG_ON(sizeof(struct hwnat_flow_entry) != 184);
 }
 
+/* The driver's IPv6 flag of a record. */
+static inline int hwnat_is_v6(const struct hwnat_flow_entry *e)
+{
+	return e->proto == HWNAT_PROTO_IPV6;
+}
+
 extern spinlock_t hwnat_flow_lock;
 extern struct list_head hwnat_flow_list;
+extern spinlock_t hwnat_drop_lock;
+extern struct list_head hwnat_drop_list;
+
+/* A list of records with its lock and its parked orphans. */
+struct hwnat_table {
+	spinlock_t *lock;
+	struct list_head *list;
+	struct list_head orphans;
+	bool open;		/* false from module stop on: nothing is added */
+};
+
+extern struct hwnat_table hwnat_flows;
+extern struct hwnat_table hwnat_drops;
+
+/* ---- record lifetime (rec.c); callers hold the table's lock ---- */
+/* A cleared record, allocated without sleeping; NULL on failure. */
+struct hwnat_flow_entry *hwnat_rec_alloc(void);
+/*
+ * Append @e at the tail and start its aging timer with @fn.  When the
+ * table is closed (module stop) the record is freed instead; returns
+ * false then.
+ */
+bool hwnat_rec_add(struct hwnat_table *t, struct hwnat_flow_entry *e,
+		   void (*fn)(struct timer_list *));
+/* Stop the timer, unlink and free (or park for a running expiry). */
+void hwnat_rec_remove(struct hwnat_table *t, struct hwnat_flow_entry *e);
+/*
+ * First step of an expiry, under the lock: true when the record is live
+ * and the expiry is to act on it (then it must either re-arm it with
+ * hwnat_rec_rearm or remove it).  False when the record was removed
+ * meanwhile; an orphan is freed here.
+ */
+bool hwnat_rec_expiry_begin(struct hwnat_table *t, struct hwnat_flow_entry *e);
+void hwnat_rec_rearm(struct hwnat_flow_entry *e);
+
+/* ---- flow table (flow.c) ---- */
+void jix_xpon_hwnat_timer_timeout(struct timer_list *t);
+/* Quiet removal of every flow record of @index; caller holds the lock. */
+void hwnat_flow_forget(s32 index);
+
+/* ---- drop list (drop.c) ---- */
+/* A drop record copied from @flow; takes hwnat_drop_lock plainly. */
+void jix_xpon_hwnat_flow_to_drop(const struct hwnat_flow_entry *flow);
+/* Quiet removal of every drop record of @index; takes the lock plainly. */
+void hwnat_drop_forget(s32 index);
 
 #endif /* JIX_HWNAT_FLOW_H */

@@ -56,6 +56,14 @@ void host_jiffies_advance(unsigned long n);
 void host_jiffies_set(unsigned long j);
 /* Number of timers pending. */
 int host_timers_pending(void);
+/* Number of timer functions running now (on any thread). */
+int host_timers_running(void);
+/* Call @fn (NULL: nothing) on the timer thread, in softirq context, just
+ * before each timer function: it stands for what another processor does
+ * after the timer fired and before its function got anywhere.  kfree()
+ * WARNs when the memory holds a pending timer, or a timer whose function
+ * runs on another thread. */
+void host_timer_set_prerun(void (*fn)(struct timer_list *t));
 
 /* ---- user memory ---- */
 /* Mark [addr, addr+len) as unreadable and unwritable user memory. */

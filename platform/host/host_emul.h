@@ -18,6 +18,10 @@ void live_dec();
 /* Unique non-zero id of the calling thread. */
 unsigned long thread_id();
 
+/* WARN when [p, p + n) being freed holds a pending timer or one whose
+ * function runs on another thread. */
+void timer_check_free(const void *p, size_t n);
+
 /* Per-area resets, called by host_reset(). */
 void kernel_reset();
 void timer_reset();

@@ -6,6 +6,8 @@
  */
 #include "host_emul.h"
 
+#include <malloc.h>
+
 #include <atomic>
 #include <mutex>
 #include <string>
@@ -295,6 +297,7 @@ void kfree(const void *p)
 {
 	if (!p)
 		return;
+	host::timer_check_free(p, malloc_usable_size((void *)p));
 	host::live_dec();
 	free((void *)p);
 }

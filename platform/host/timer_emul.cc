@@ -25,6 +25,8 @@ std::map<struct timer_list *, unsigned long> pending;
 /* Timers whose function is running, and on which thread. */
 std::multimap<struct timer_list *, unsigned long> running;
 unsigned long arm_seq;
+/* Called on the timer's thread just before each timer function. */
+void (*prerun)(struct timer_list *t);
 
 /* Value of entry.pprev that marks a timer as pending. */
 struct hlist_node **pending_mark(struct timer_list *t)
@@ -112,9 +114,12 @@ void run_one(const due_timer &d)
 	detach(d.t);
 	auto run = running.emplace(d.t, host::thread_id());
 	void (*fn)(struct timer_list *) = d.t->function;
+	void (*before)(struct timer_list *) = prerun;
 	g.unlock();
 
 	local_bh_disable();
+	if (before)
+		before(d.t);
 	fn(d.t);
 	local_bh_enable();
 
@@ -131,7 +136,32 @@ void timer_reset()
 {
 	std::lock_guard<std::mutex> g(timer_mtx);
 	pending.clear();
+	prerun = nullptr;
 	set_now(JIFFIES_START);
+}
+
+/*
+ * Freeing memory that holds a pending timer, or a timer whose function
+ * runs on another thread, is a use-after-free in the making (the kernel's
+ * debugobjects reports the first).  A timer function may free its own
+ * timer.
+ */
+void timer_check_free(const void *p, size_t n)
+{
+	std::lock_guard<std::mutex> g(timer_mtx);
+	uintptr_t lo = (uintptr_t)p, hi = lo + n;
+
+	for (const auto &q : pending) {
+		uintptr_t t = (uintptr_t)q.first;
+		if (t >= lo && t < hi)
+			host_warn(__FILE__, __LINE__, "kfree of a pending timer");
+	}
+	for (const auto &r : running) {
+		uintptr_t t = (uintptr_t)r.first;
+		if (t >= lo && t < hi && r.second != host::thread_id())
+			host_warn(__FILE__, __LINE__,
+				  "kfree of a timer running on another thread");
+	}
 }
 
 } /* namespace host */
@@ -222,6 +252,18 @@ void host_jiffies_advance(unsigned long n)
 void host_jiffies_set(unsigned long j)
 {
 	set_now(j);
+}
+
+void host_timer_set_prerun(void (*fn)(struct timer_list *t))
+{
+	std::lock_guard<std::mutex> g(timer_mtx);
+	prerun = fn;
+}
+
+int host_timers_running(void)
+{
+	std::lock_guard<std::mutex> g(timer_mtx);
+	return (int)running.size();
 }
 
 int host_timers_pending(void)

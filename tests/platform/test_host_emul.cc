@@ -194,6 +194,65 @@ TEST_F(Host, DelTimerSyncWaitsForARunningCallback)
 	softirq.join();
 }
 
+struct owned_timer {
+	struct timer_list t;
+	bool free_self = false;
+};
+
+void owned_fn(struct timer_list *t)
+{
+	struct owned_timer *o = from_timer(o, t, t);
+
+	if (o->free_self)
+		kfree(o);
+}
+
+TEST_F(Host, FreeingAPendingTimerWarnsAFunctionMayFreeItsOwn)
+{
+	auto *o = (owned_timer *)kzalloc(sizeof(owned_timer), GFP_KERNEL);
+
+	timer_setup(&o->t, owned_fn, 0);
+	mod_timer(&o->t, jiffies + 5);
+	kfree(o);
+	EXPECT_EQ(host_warn_count(), 1u);
+	host_reset();	/* drops the dangling timer and the warning */
+
+	o = (owned_timer *)kzalloc(sizeof(owned_timer), GFP_KERNEL);
+	o->free_self = true;
+	timer_setup(&o->t, owned_fn, 0);
+	mod_timer(&o->t, jiffies + 5);
+	host_jiffies_advance(5);
+	EXPECT_EQ(host_warn_count(), 0u);
+	EXPECT_EQ(host_timers_pending(), 0);
+}
+
+static struct timer_list *prerun_seen;
+static int prerun_pending;
+
+static void prerun_probe(struct timer_list *t)
+{
+	prerun_seen = t;
+	prerun_pending = timer_pending(t);
+	EXPECT_TRUE(in_softirq());
+}
+
+TEST_F(Host, PrerunHookSeesTheFiredTimerBeforeItsFunction)
+{
+	std::vector<std::pair<int, unsigned long>> log;
+	struct probe p;
+
+	p.log = &log;
+	timer_setup(&p.t, probe_fn, 0);
+	mod_timer(&p.t, jiffies + 2);
+	host_timer_set_prerun(prerun_probe);
+	host_jiffies_advance(2);
+	host_timer_set_prerun(nullptr);
+	EXPECT_EQ(prerun_seen, &p.t);
+	EXPECT_EQ(prerun_pending, 0);	/* fired: no longer pending */
+	EXPECT_EQ(log.size(), 1u);
+	EXPECT_EQ(host_timers_running(), 0);
+}
+
 TEST_F(Host, RoundJiffiesToWholeSecondsNeverIntoThePast)
 {
 	host_jiffies_set(1000);

@@ -1,6 +1,7 @@
 // A started module on the host emulation, torn down after each test with
-// checks that nothing leaked: allocations, device references, warnings,
-// and calls into offload code made under the forwarding-database lock.
+// checks that nothing leaked: allocations, device references, pending
+// timers, warnings, and calls into offload code made under the
+// forwarding-database lock.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -159,6 +160,7 @@ protected:
 			host_netdev_free(d);
 		}
 		EXPECT_EQ(live0, host_alloc_live());
+		EXPECT_EQ(0, host_timers_pending());
 		EXPECT_EQ(0u, host_warn_count());
 		EXPECT_EQ(0, fake::calls_under_fdb_lock);
 		EXPECT_EQ(0, host_locks_held());

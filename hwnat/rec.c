@@ -1,0 +1,142 @@
+// SPDX-License-Identifier: GPL-2.0
+/*
+ * Life of flow and drop records: adding with the aging timer, removal that
+ * never frees memory an expiry on another processor is about to use, and
+ * the release of everything at module stop.
+ *
+ * No timer is waited for while its list lock is held: removal under the
+ * lock uses del_timer(), which does not wait.  When it finds the timer
+ * not pending, the record's expiry is in flight (it fired and has not yet
+ * taken the lock, since only the expiry re-arms and it does so under the
+ * lock).  The record then goes to the table's orphan list and that expiry
+ * frees it.  Only module stop waits (del_timer_sync), with no lock held.
+ */
+#include "hwnat.h"
+#include "hwnat_flow.h"
+
+DEFINE_SPINLOCK(hwnat_flow_lock);
+LIST_HEAD(hwnat_flow_list);
+DEFINE_SPINLOCK(hwnat_drop_lock);
+LIST_HEAD(hwnat_drop_list);
+
+struct hwnat_table hwnat_flows = {
+	.lock = &hwnat_flow_lock,
+	.list = &hwnat_flow_list,
+	.orphans = LIST_HEAD_INIT(hwnat_flows.orphans),
+};
+
+struct hwnat_table hwnat_drops = {
+	.lock = &hwnat_drop_lock,
+	.list = &hwnat_drop_list,
+	.orphans = LIST_HEAD_INIT(hwnat_drops.orphans),
+};
+
+static unsigned long hwnat_aging_expiry(void)
+{
+	return round_jiffies(READ_ONCE(jiffies)) + HWNAT_AGING_TICKS;
+}
+
+struct hwnat_flow_entry *hwnat_rec_alloc(void)
+{
+	return kzalloc(sizeof(struct hwnat_flow_entry), GFP_ATOMIC);
+}
+
+bool hwnat_rec_add(struct hwnat_table *t, struct hwnat_flow_entry *e,
+		   void (*fn)(struct timer_list *))
+{
+	if (!t->open) {
+		kfree(e);
+		return false;
+	}
+	e->life = HWNAT_LIVE;
+	timer_setup(&e->timer, fn, 0);
+	list_add_tail(&e->list, t->list);
+	mod_timer(&e->timer, hwnat_aging_expiry());
+	return true;
+}
+
+void hwnat_rec_remove(struct hwnat_table *t, struct hwnat_flow_entry *e)
+{
+	list_del(&e->list);
+	if (del_timer(&e->timer) || e->life == HWNAT_EXPIRING) {
+		kfree(e);
+		return;
+	}
+	/* The expiry is waiting for the lock; it frees the record. */
+	e->life = HWNAT_ORPHAN;
+	list_add_tail(&e->list, &t->orphans);
+}
+
+bool hwnat_rec_expiry_begin(struct hwnat_table *t, struct hwnat_flow_entry *e)
+{
+	switch (e->life) {
+	case HWNAT_LIVE:
+		e->life = HWNAT_EXPIRING;
+		return true;
+	case HWNAT_ORPHAN:
+		list_del(&e->list);
+		kfree(e);
+		return false;
+	default:
+		/* Module stop owns it and waits for this run to end. */
+		return false;
+	}
+}
+
+void hwnat_rec_rearm(struct hwnat_flow_entry *e)
+{
+	e->life = HWNAT_LIVE;
+	mod_timer(&e->timer, hwnat_aging_expiry());
+}
+
+static void hwnat_table_open(struct hwnat_table *t)
+{
+	spin_lock_bh(t->lock);
+	INIT_LIST_HEAD(t->list);
+	INIT_LIST_HEAD(&t->orphans);
+	t->open = true;
+	spin_unlock_bh(t->lock);
+}
+
+/* Close @t and move every record, live or orphan, onto @gone. */
+static void hwnat_table_close(struct hwnat_table *t, struct list_head *gone)
+{
+	struct hwnat_flow_entry *e;
+
+	spin_lock_bh(t->lock);
+	t->open = false;
+	list_for_each_entry(e, t->list, list)
+		e->life = HWNAT_RELEASED;
+	list_for_each_entry(e, &t->orphans, list)
+		e->life = HWNAT_RELEASED;
+	list_splice_tail_init(t->list, gone);
+	list_splice_tail_init(&t->orphans, gone);
+	spin_unlock_bh(t->lock);
+}
+
+void jix_init_hwnat_list(void)
+{
+	hwnat_flow_layout_check();
+	hwnat_table_open(&hwnat_flows);
+	hwnat_table_open(&hwnat_drops);
+}
+
+/*
+ * Module stop, after the driver hooks and the hook entry points are gone.
+ * Closed tables refuse records that a late driver call would still add.
+ * An expiry in flight finds its record released and leaves it alone;
+ * del_timer_sync() waits for it, with no lock held, before the free.
+ */
+void jix_hwnat_release_all(void)
+{
+	struct hwnat_flow_entry *e, *n;
+	LIST_HEAD(gone);
+
+	hwnat_table_close(&hwnat_flows, &gone);
+	hwnat_table_close(&hwnat_drops, &gone);
+	list_for_each_entry_safe(e, n, &gone, list) {
+		list_del(&e->list);
+		del_timer_sync(&e->timer);
+		kfree(e);
+	}
+}
