@@ -179,20 +179,41 @@ void quor_update_hwnat_entry(u32 flow_idx, u64 mask)
 	spin_unlock_bh(&hwnat_flow_lock);
 }
 
-void quor_mcst_hwnat_update_vlan(u32 flow_idx)
+/*
+ * The tags flow @flow_idx was learned with; false when it has no record.
+ * The flow list holds at most one record per index.
+ */
+bool jix_hwnat_learned_tags(s32 flow_idx, u32 *outer, u32 *inner)
 {
-	int (*update)(int index, unsigned int outer, unsigned int inner);
 	struct hwnat_flow_entry *e;
+	bool found = false;
 
 	spin_lock_bh(&hwnat_flow_lock);
 	list_for_each_entry(e, &hwnat_flow_list, list) {
-		if ((u32)e->index != flow_idx)
+		if (e->index != flow_idx)
 			continue;
-		update = READ_ONCE(ux_sw_nat_hook_update_vlan);
-		if (update)
-			update((int)flow_idx, e->outer_tag, e->inner_tag);
+		*outer = e->outer_tag;
+		*inner = e->inner_tag;
+		found = true;
 	}
 	spin_unlock_bh(&hwnat_flow_lock);
+	return found;
+}
+
+/*
+ * Put back the tags the flow was learned with.  The driver is called after
+ * the lock is released, so it may call back into the module.
+ */
+void quor_mcst_hwnat_update_vlan(u32 flow_idx)
+{
+	int (*update)(int index, unsigned int outer, unsigned int inner);
+	u32 outer = 0, inner = 0;
+
+	if (!jix_hwnat_learned_tags((s32)flow_idx, &outer, &inner))
+		return;
+	update = READ_ONCE(ux_sw_nat_hook_update_vlan);
+	if (update)
+		update((int)flow_idx, outer, inner);
 }
 
 void jix_xpon_hwnat_del_flow_by_index(s32 flow_idx)

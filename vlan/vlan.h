@@ -91,7 +91,6 @@ u32 quor_get_skb_original_vid(struct sk_buff *skb);
 /* Give the frame's hardware flow back the tags it was learned with. */
 void quor_mcst_update_vlan(struct sk_buff *skb);
 /* Give hardware flow @flow_idx back the tags it was learned with. */
-void jix_vlan_restore_flow_tags(s32 flow_idx);
 /*
  * 1 when the members of @mask want different VLAN treatments (or one of
  * them is a Wi-Fi port), else 0.  The treatments are looked up with the

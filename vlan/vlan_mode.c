@@ -14,7 +14,7 @@
 #include "vlan.h"
 #include "datapath/datapath.h"
 #include "fdb/fdb.h"
-#include "hwnat/hwnat_flow.h"
+#include "hwnat/hwnat.h"
 
 #define PORT_MASK_LAN	0x00000FFFULL	/* LAN ports counted for 1:N */
 #define PORT_MASK_WIFI	0xFFFF0000ULL
@@ -32,25 +32,6 @@ static s32 jix_vlan_skb_flow(struct sk_buff *skb, const char *func)
 	return idx;
 }
 
-/* The tags flow @flow_idx was learned with; false when it has no record.
- * With several records of the index the last one wins. */
-static bool jix_vlan_learned_tags(s32 flow_idx, u32 *outer, u32 *inner)
-{
-	struct hwnat_flow_entry *f;
-	bool found = false;
-
-	spin_lock_bh(&hwnat_flow_lock);
-	list_for_each_entry(f, &hwnat_flow_list, list) {
-		if (f->index != flow_idx)
-			continue;
-		*outer = f->outer_tag;
-		*inner = f->inner_tag;
-		found = true;
-	}
-	spin_unlock_bh(&hwnat_flow_lock);
-	return found;
-}
-
 u32 quor_get_skb_original_vid(struct sk_buff *skb)
 {
 	s32 idx = jix_vlan_skb_flow(skb, __func__);
@@ -58,20 +39,8 @@ u32 quor_get_skb_original_vid(struct sk_buff *skb)
 
 	if (idx < 0)
 		return 0;
-	jix_vlan_learned_tags(idx, &outer, &inner);
+	jix_hwnat_learned_tags(idx, &outer, &inner);
 	return outer & JIX_VID_NONE;
-}
-
-void jix_vlan_restore_flow_tags(s32 flow_idx)
-{
-	int (*update)(int index, unsigned int outer, unsigned int inner);
-	u32 outer = 0, inner = 0;
-
-	if (!jix_vlan_learned_tags(flow_idx, &outer, &inner))
-		return;
-	update = READ_ONCE(ux_sw_nat_hook_update_vlan);
-	if (update)
-		update(flow_idx, outer, inner);
 }
 
 void quor_mcst_update_vlan(struct sk_buff *skb)
@@ -79,7 +48,7 @@ void quor_mcst_update_vlan(struct sk_buff *skb)
 	s32 idx = jix_vlan_skb_flow(skb, __func__);
 
 	if (idx >= 0)
-		jix_vlan_restore_flow_tags(idx);
+		quor_mcst_hwnat_update_vlan((u32)idx);
 }
 
 /* The lookup key of a member port, from a frame. */
@@ -171,16 +140,6 @@ int quor_vlan_IsOneToN(u64 mask, struct sk_buff *skb,
 	return 0;
 }
 
-/* Where the engine sends the flow: 0 to software, 1 its own ports. */
-static void jix_vlan_set_flow_dp(s32 flow_idx, int dp)
-{
-	int (*update_dp)(int index, int dp) = READ_ONCE(ux_sw_nat_hook_update_dp);
-
-	jix_dbg(JIX_DBG_TRACE, "[%s]dp=%d\n", "quor_mcst_hwnat_update_dp", dp);
-	if (update_dp)
-		update_dp(flow_idx, dp);
-}
-
 void igmp_entry_check_vlan_mode(const struct igmp_entry_info *req, u64 mask,
 				u32 flow_idx)
 {
@@ -190,12 +149,12 @@ void igmp_entry_check_vlan_mode(const struct igmp_entry_info *req, u64 mask,
 	if (idx < 0)
 		return;
 	if (quor_vlan_IsOneToN(mask, NULL, req, (u32)-1)) {
-		jix_vlan_restore_flow_tags(idx);
-		jix_vlan_set_flow_dp(idx, 0);
+		quor_mcst_hwnat_update_vlan(flow_idx);
+		quor_mcst_hwnat_update_dp(flow_idx, 0);
 		return;
 	}
 	if (!mask)
 		return;
 	quor_mcst_do_vlan(flow_idx, mask);
-	jix_vlan_set_flow_dp(idx, 1);
+	quor_mcst_hwnat_update_dp(flow_idx, 1);
 }

@@ -2,13 +2,6 @@
 
 #include <mutex>
 
-namespace fake {
-// The fixture's bookkeeping of recorded offload calls: this suite runs the
-// real offload code, so nothing is recorded.
-std::vector<std::string> calls;
-int calls_under_fdb_lock;
-} // namespace fake
-
 namespace hw {
 
 Driver drv;
