@@ -520,6 +520,75 @@ for st in 0x0100:8100:100 0x0001:none; do
 done
 mcctl clear
 
+# ---- hardware flows and drop entries, with a driver in the guest ----
+# jix_hw_probe.ko plays the forwarding driver: flow index 100 + the last
+# byte of the group, answers from its parameters.
+HP=/sys/module/jix_hw_probe/parameters
+HW=$KV/jix_mc_hwnat_entry
+TAB=$(printf '\t')
+hw_has() { grep -qF -- "$1" $HW; }
+hw_lacks() { ! grep -qF -- "$1" $HW; }
+hp() { cat $HP/$1; }
+acnt_id() { awk -v g="[$1]" '$2 == g { print $3 }' $ACNT; }
+check "the driver stand-in loads" insmod $M/jix_hw_probe.ko
+mcctl add $G $GM 0 100 0
+mcctl add $G $GM 2 100 3
+FLOW="110${TAB}2${TAB}0${TAB}"
+stream /tmp/h1 udp $G 8100:100
+cat $HW
+check "hwnat: the stream still reaches the members" rx_line /tmp/h1 e01-p 20 8100:100
+check "hwnat: the stream's flow is bound with its members' mask" \
+	hw_has "${FLOW}0x5${TAB}100${TAB}[10.0.0.1]"
+check "hwnat: one record for the flow however many frames" \
+	[ "$(grep -c "^${FLOW}" $HW)" = 1 ]
+id=$(acnt_id $G)
+check "hwnat: the frames carry the group's counter id $id" \
+	[ -n "$id" ] && [ "$(cat /sys/module/quor_platform/parameters/rx_hwnat_ctrl)" = $((id << 17)) ]
+n0=$(hp n_set_info)
+mcctl add $G $GM 1 100 0
+check "hwnat: a new member reaches the driver" [ "$(hp n_set_info)" -gt "$n0" ]
+check "hwnat: ... with the new mask" [ "$(hp last_mask)" = 7 ]
+check "hwnat: the flow record has the new mask" hw_has "${FLOW}0x7${TAB}"
+mcctl del $G $GM 1 100
+mcctl del $G $GM 2 100
+check "hwnat: members leaving shrink the mask" hw_has "${FLOW}0x1${TAB}"
+mcctl del $G $GM 0 100
+cat $HW
+check "hwnat: the last member leaving ends the flow record" hw_lacks "${FLOW}"
+check "hwnat: ... and makes it a drop entry" hw_has "110    [vid=100]    [$G]"
+check "hwnat: ... with destination port 15" [ "$(hp last_dp)" = 15 ]
+mcctl add $G $GM 0 100 0
+check "hwnat: a new member undoes the drop" hw_lacks "110    [vid=100]"
+mcctl clear
+# Frames of a group without members become a drop in hardware.
+h0=$(handled)
+stream /tmp/h2 udp 239.99.99.99 8100:100
+check "hwnat: frames without members make one drop entry" \
+	[ "$(grep -c "^199    \[vid=100\]    \[239.99.99.99\]" $HW)" = 1 ]
+check "hwnat: the driver took those frames" [ $(($(handled) - h0)) = 20 ]
+check "hwnat: and nobody got them" rx_line /tmp/h2 e01-p 0 none
+# Aging: the engine gives up the flow and the drop (real timers, 3000 ticks).
+mcctl add $G $GM 0 100 0
+stream /tmp/h3 udp $G 8100:100
+check "hwnat: bound again" hw_has "${FLOW}0x1${TAB}"
+echo 0 > $HP/entry_answer
+echo 0 > $HP/drop_answer
+hz_wait=0
+while [ $hz_wait -lt 40 ] && { hw_has "${FLOW}" || hw_has "199    [vid"; }; do
+	sleep 1
+	hz_wait=$((hz_wait + 1))
+done
+cat $HW
+check "hwnat: aging removes the flow the driver gave up (${hz_wait} s)" hw_lacks "${FLOW}"
+check "hwnat: aging removes the drop the driver gave up" hw_lacks "199    [vid"
+echo 1 > $HP/entry_answer
+echo 1 > $HP/drop_answer
+# Leave a flow and a drop with pending timers for the unload below.
+stream /tmp/h4 udp $G 8100:100
+stream /tmp/h5 udp 239.99.99.98 8100:100
+check "hwnat: a flow pending at unload" hw_has "${FLOW}"
+check "hwnat: a drop pending at unload" hw_has "198    [vid=100]"
+
 # ---- the port map follows the devices ----
 deleted_at_once eth0.3 "while the module holds its port"
 probe_run insmod $PROBE xmit_port=2
@@ -557,6 +626,7 @@ check "rmmod jix_xpon_multicast again" rmmod jix_xpon_multicast
 for l in $LINKS; do
 	deleted_at_once "${l%%:*}" "after unload"
 done
+check "rmmod jix_hw_probe" rmmod jix_hw_probe
 check "rmmod quor_platform" rmmod quor_platform
 check "rmmod veth" rmmod veth
 
