@@ -79,7 +79,8 @@ void op_api(fz::Input &in)
 			mc.param3 = in.u8() & 1 ? 0 : in.u32();
 		} else {
 			xmit_bytes = own.buf(f.size());
-			memcpy(xmit_bytes, f.data(), f.size());
+			if (!f.empty())
+				memcpy(xmit_bytes, f.data(), f.size());
 			mc.param2 = xmit_bytes;
 			mc.param3 = (u32)f.size();
 		}
@@ -146,7 +147,8 @@ void op_api(fz::Input &in)
 			n = in.bytes(24);
 		}
 		char *s = (char *)own.buf(n.size() + 1);
-		memcpy(s, n.data(), n.size());
+		if (!n.empty())
+			memcpy(s, n.data(), n.size());
 		s[n.size()] = '\0';
 		mc.param2 = null ? nullptr : s;
 		uint8_t t = in.u8();
@@ -204,7 +206,8 @@ void op_api(fz::Input &in)
 		FZ_CHECK(host_netdev_tx_count(xdev) == tx0 + 1, "nothing sent");
 		std::vector<unsigned char> got(xmit_len + 1);
 		int n = host_netdev_tx_frame(xdev, tx0, got.data(), xmit_len + 1);
-		FZ_CHECK(n == (int)xmit_len && (!n || !memcmp(got.data(), xmit_bytes, n)),
+		FZ_CHECK(n == (int)xmit_len &&
+			 (!n || !memcmp(got.data(), xmit_bytes, (size_t)n)),
 			 "port %u sent %d bytes of %u", mc.param.bytes[0], n, xmit_len);
 		break;
 	}
