@@ -81,7 +81,7 @@ void populate(fz::Input &in)
 {
 	unsigned int n = in.u8();
 
-	n = n < 0xc0 ? n % 8 : (n - 0xc0) * 6;	/* up to 378 entries */
+	n = n < 0xc0 ? n % 8 : (n - 0xc0) * 2;	/* up to 126 entries, 3 pages */
 	for (unsigned int i = 0; i < n; i++) {
 		igmp_entry_info e{};
 		e.port = fz::kNamedPorts[i % fz::kDevNum];
