@@ -10,7 +10,7 @@
 BUILD ?= build
 CMAKE_FLAGS ?= -DCMAKE_BUILD_TYPE=RelWithDebInfo
 
-.PHONY: all check deps host test sanitize run run-host clean
+.PHONY: all check deps host test sanitize fuzz fuzz-build fuzz-smoke run run-host clean
 
 all: host module
 
@@ -37,10 +37,41 @@ sanitize:
 	ninja -C $(BUILD)-tsan
 	cd $(BUILD)-tsan && TSAN_OPTIONS=halt_on_error=1 ctest --output-on-failure -j2
 
+# libFuzzer harnesses (clang, ASan+UBSan) in build-fuzz/, each run for
+# FUZZ_SECONDS over its committed corpus (new inputs go to
+# build-fuzz/corpus/<harness>, crashes to build-fuzz/crash-*).
+FUZZ_SECONDS ?= 600
+FUZZ_HARNESSES := fuzz_frames fuzz_proc fuzz_ioctl fuzz_api
+FUZZ_FLAGS ?=
+
+fuzz-build:
+	cmake -S . -B build-fuzz -G Ninja -DCMAKE_C_COMPILER=clang \
+		-DCMAKE_CXX_COMPILER=clang++ -DJIX_SANITIZE=address,undefined \
+		-DJIX_FUZZ=ON -DCMAKE_BUILD_TYPE=RelWithDebInfo
+	ninja -C build-fuzz -j2 $(FUZZ_HARNESSES)
+
+fuzz: fuzz-build
+	@set -e; for h in $(FUZZ_HARNESSES); do \
+		mkdir -p build-fuzz/corpus/$$h; \
+		echo "== $$h: $(FUZZ_SECONDS) s"; \
+		UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1 \
+		ASAN_OPTIONS=detect_leaks=1 \
+		build-fuzz/tests/fuzz/$$h -max_total_time=$(FUZZ_SECONDS) \
+			-max_len=4096 -timeout=20 -rss_limit_mb=2048 \
+			-print_final_stats=1 -artifact_prefix=build-fuzz/$$h- \
+			$(FUZZ_FLAGS) build-fuzz/corpus/$$h tests/fuzz/corpus/$$h \
+			2>&1 | tee build-fuzz/$$h.log | grep -E '^(#[0-9]+ +DONE|stat::|==|SUMMARY|.*check failed)' || true; \
+		grep -q 'DONE' build-fuzz/$$h.log || { echo "$$h failed, see build-fuzz/$$h.log"; exit 1; }; \
+	done
+
+fuzz-smoke:
+	$(MAKE) fuzz FUZZ_SECONDS=15
+
 check: deps
 	$(MAKE) host
 	$(MAKE) test
 	$(MAKE) sanitize
+	$(MAKE) fuzz-smoke
 	$(MAKE) module-check
 	$(MAKE) qemu-check
 
@@ -51,7 +82,7 @@ run-host: host
 	$(BUILD)/tools/mcdemo
 
 clean: module-clean
-	rm -rf $(BUILD) $(BUILD)-asan $(BUILD)-tsan
+	rm -rf $(BUILD) $(BUILD)-asan $(BUILD)-tsan build-fuzz
 
 include mk/kernel.mk
 include mk/qemu.mk

@@ -330,7 +330,8 @@ int quor_igmp_set_snooping(u8 mode)
 	if (mode == quor_igmp_get_snooping())
 		return 0;
 	spin_lock_bh(&igmp_fdb_lock);
-	igmp_snooping_enable = mode;
+	/* Also read without the lock (quor_igmp_snooping_peek). */
+	WRITE_ONCE(igmp_snooping_enable, mode);
 	spin_unlock_bh(&igmp_fdb_lock);
 
 	if (mode) {

@@ -53,7 +53,9 @@ int quor_mc_hook_xmit(struct mc_data *mc)
 	}
 	skb->dev = dev;
 	jix_skb_or_vendor_flags(skb, (u32)mc->param.bytes[1] << 1);
-	memcpy(skb_put(skb, len), mc->param2, len);
+	/* An empty frame may come without bytes: nothing to copy then. */
+	if (len)
+		memcpy(skb_put(skb, len), mc->param2, len);
 	jix_dev_xmit(skb);
 	dev_put(dev);
 	return QUOR_MC_API_OK;

@@ -46,6 +46,9 @@ static const struct jix_mc_proc_file jix_mc_proc_files[] = {
 	  jix_mc_port_type_write_proc },
 };
 
+/* Which files exist: stop removes only those (the kernel warns otherwise). */
+static bool jix_mc_proc_created[ARRAY_SIZE(jix_mc_proc_files)];
+
 /* A file that cannot be created is skipped; the others still are. */
 static void jix_mc_proc_init(void)
 {
@@ -60,6 +63,7 @@ static void jix_mc_proc_init(void)
 			continue;
 		e->read_proc = f->read;
 		e->write_proc = f->write;
+		jix_mc_proc_created[i] = true;
 	}
 }
 
@@ -67,8 +71,12 @@ static void jix_mc_proc_exit(void)
 {
 	size_t i;
 
-	for (i = 0; i < ARRAY_SIZE(jix_mc_proc_files); i++)
+	for (i = 0; i < ARRAY_SIZE(jix_mc_proc_files); i++) {
+		if (!jix_mc_proc_created[i])
+			continue;
 		jix_remove_proc_entry(jix_mc_proc_files[i].name);
+		jix_mc_proc_created[i] = false;
+	}
 }
 
 static void jix_mc_set_driver_hooks(void)

@@ -253,7 +253,8 @@ int host_netdev_tx_frame(const struct net_device *dev, unsigned int i,
 	if (i >= frames.size())
 		return -1;
 	const auto &b = frames[i].bytes;
-	memcpy(buf, b.data(), std::min<size_t>(size, b.size()));
+	if (!b.empty())	/* an empty frame has no bytes to copy */
+		memcpy(buf, b.data(), std::min<size_t>(size, b.size()));
 	return (int)b.size();
 }
 

@@ -119,9 +119,13 @@ struct hlist_node {
 #define LIST_HEAD_INIT(name)	{ &(name), &(name) }
 #define LIST_HEAD(name)		struct list_head name = LIST_HEAD_INIT(name)
 
+/*
+ * As in the kernel, the ->next stores that an unlocked list_empty() may
+ * race with are WRITE_ONCE, and list_empty() reads with READ_ONCE.
+ */
 static inline void INIT_LIST_HEAD(struct list_head *h)
 {
-	h->next = h;
+	WRITE_ONCE(h->next, h);
 	h->prev = h;
 }
 
@@ -131,7 +135,7 @@ static inline void __list_add(struct list_head *n, struct list_head *prev,
 	next->prev = n;
 	n->next = next;
 	n->prev = prev;
-	prev->next = n;
+	WRITE_ONCE(prev->next, n);
 }
 
 static inline void list_add(struct list_head *n, struct list_head *head)
@@ -147,7 +151,7 @@ static inline void list_add_tail(struct list_head *n, struct list_head *head)
 static inline void list_del(struct list_head *e)
 {
 	e->next->prev = e->prev;
-	e->prev->next = e->next;
+	WRITE_ONCE(e->prev->next, e->next);
 	e->next = (struct list_head *)0x100;
 	e->prev = (struct list_head *)0x122;
 }
@@ -155,13 +159,13 @@ static inline void list_del(struct list_head *e)
 static inline void list_del_init(struct list_head *e)
 {
 	e->next->prev = e->prev;
-	e->prev->next = e->next;
+	WRITE_ONCE(e->prev->next, e->next);
 	INIT_LIST_HEAD(e);
 }
 
 static inline int list_empty(const struct list_head *h)
 {
-	return h->next == h;
+	return READ_ONCE(h->next) == h;
 }
 
 /* Move every element of @list to the tail of @head; @list becomes empty. */
