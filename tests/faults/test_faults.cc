@@ -533,8 +533,9 @@ TEST_F(Faults, IoctlUserCopyFaults)
 			/* An answer that faults part way may be partly written,
 			 * as in the kernel; a record that cannot be read is
 			 * never written. */
-			if (how != 2 && c.out == 0)
+			if (how != 2 && c.out == 0) {
 				EXPECT_EQ(page0, page) << "cmd " << c.cmd << " how " << how;
+			}
 		}
 	}
 	/* Get-entries whose answer array cannot be written. */
