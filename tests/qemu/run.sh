@@ -14,7 +14,7 @@
 # Builds the modules for that architecture (make module / make
 # module-arm64), fetches what is missing with apt-get, and keeps
 # everything it makes under .cache/qemu/<arch>/ (console.log there).
-# QEMU_TIMEOUT (seconds, default 300) bounds the boot.
+# QEMU_TIMEOUT (seconds, default 600) bounds the boot.
 set -euo pipefail
 
 arch=${1:-}
@@ -32,7 +32,7 @@ root=$(cd "$here/../.." && pwd)
 work=$root/.cache/qemu/$arch
 if [ $mode = demo ]; then work=$work-demo; fi
 armdir=$root/.cache/arm64
-timeout_s=${QEMU_TIMEOUT:-300}
+timeout_s=${QEMU_TIMEOUT:-600}
 start=$SECONDS
 
 say() { echo "qemu-$arch: $*"; }
