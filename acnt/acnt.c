@@ -251,16 +251,19 @@ void clean_sw_cnt_by_port(u8 port)
 int jix_mc_acnt_mapping_read_proc(char *page, char **start, off_t off,
 				  int count, int *eof, void *data)
 {
-	const struct mcst_acnt_slot *s;
+	struct mcst_acnt_slot s;
 	int i, len;
 
 	len = scnprintf(page, JIX_PROC_PAGE_SIZE, "valid\tgrp_addr\t\tacnt_id\n");
 	for (i = 0; i < MCST_ACNT_NUM; i++) {
-		s = &mcst_acnt[i];
+		/* Entry addition binds and releases slots meanwhile. */
+		spin_lock_bh(&mcst_acnt_lock);
+		s = mcst_acnt[i];
+		spin_unlock_bh(&mcst_acnt_lock);
 		len += scnprintf(page + len, JIX_PROC_PAGE_SIZE - len,
-				 "%d\t[%d.%d.%d.%d]\t\t%d\n", s->valid,
-				 s->grp_addr[0], s->grp_addr[1], s->grp_addr[2],
-				 s->grp_addr[3], s->acnt_id);
+				 "%d\t[%d.%d.%d.%d]\t\t%d\n", s.valid,
+				 s.grp_addr[0], s.grp_addr[1], s.grp_addr[2],
+				 s.grp_addr[3], s.acnt_id);
 	}
 	return jix_proc_read_finish(page, start, off, count, eof, len);
 }
