@@ -142,20 +142,42 @@ static bool jix_fwd_match(const struct igmp_fdb_entry *e,
 	}
 }
 
-static void jix_fwd_walk(const struct jix_fwd_key *k, u64 *mask)
+/* The bucket of the programme index that holds every entry @k can match. */
+static struct hlist_head *jix_fwd_bucket(const struct jix_fwd_key *k, u32 mode,
+					 u32 *hash)
 {
-	u32 mode = READ_ONCE(igmp_filter_mode);
-	struct igmp_fdb_entry *e;
+	*hash = igmp_fdb_hash(mode, k->grp_mac, k->grp_ip.addr, k->src_ip.addr,
+			      (s16)k->vid);
+	return igmp_fdb_bucket(mode, *hash);
+}
 
-	if (mode > IGMP_FILTER_MAX || igmp_fdb_empty())
+/* Caller holds igmp_fdb_lock. */
+static void jix_fwd_walk_locked(const struct jix_fwd_key *k, u32 mode,
+				u64 *mask)
+{
+	struct hlist_head *head;
+	struct igmp_fdb_entry *e;
+	u32 h;
+
+	head = jix_fwd_bucket(k, mode, &h);
+	if (!head)
 		return;
-	spin_lock_bh(&igmp_fdb_lock);
-	list_for_each_entry(e, igmp_get_fdb_list(), list) {
-		if (!jix_fwd_match(e, k, mode))
+	hlist_for_each_entry(e, head, hnode) {
+		if (e->hkey != h || !jix_fwd_match(e, k, mode))
 			continue;
 		*mask |= jix_port_bit(e->port);
 		e->flow_idx = k->flow_idx;
 	}
+}
+
+static void jix_fwd_walk(const struct jix_fwd_key *k, u64 *mask)
+{
+	u32 mode = READ_ONCE(igmp_filter_mode);
+
+	if (mode > IGMP_FILTER_MAX || igmp_fdb_empty())
+		return;
+	spin_lock_bh(&igmp_fdb_lock);
+	jix_fwd_walk_locked(k, READ_ONCE(igmp_filter_mode), mask);
 	spin_unlock_bh(&igmp_fdb_lock);
 }
 
