@@ -10,7 +10,7 @@
 BUILD ?= build
 CMAKE_FLAGS ?= -DCMAKE_BUILD_TYPE=RelWithDebInfo
 
-.PHONY: all check deps host test sanitize fuzz fuzz-build fuzz-smoke run run-host clean
+.PHONY: all check deps host test sanitize fuzz fuzz-build fuzz-smoke bench run run-host clean
 
 all: host module
 
@@ -67,6 +67,17 @@ fuzz: fuzz-build
 fuzz-smoke:
 	$(MAKE) fuzz FUZZ_SECONDS=15
 
+# Benchmarks on the host build in Release (-O2), one table of medians.
+# JIX_BENCH_REPS / JIX_BENCH_SLOW_REPS set the repetitions; BENCH_ARGS
+# passes Google Benchmark flags (--benchmark_filter=...).
+BENCH_BUILD ?= $(BUILD)-bench
+bench:
+	cmake -S . -B $(BENCH_BUILD) -G Ninja -DCMAKE_BUILD_TYPE=Release \
+		-DCMAKE_C_FLAGS_RELEASE="-O2 -DNDEBUG" \
+		-DCMAKE_CXX_FLAGS_RELEASE="-O2 -DNDEBUG"
+	ninja -C $(BENCH_BUILD) jix_bench
+	$(BENCH_BUILD)/bench/jix_bench $(BENCH_ARGS)
+
 check: deps
 	$(MAKE) host
 	$(MAKE) test
@@ -83,6 +94,8 @@ run-host: host
 
 clean: module-clean
 	rm -rf $(BUILD) $(BUILD)-asan $(BUILD)-tsan build-fuzz
+
+	rm -rf $(BUILD) $(BUILD)-asan $(BUILD)-tsan $(BUILD)-bench
 
 include mk/kernel.mk
 include mk/qemu.mk

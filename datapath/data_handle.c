@@ -18,7 +18,6 @@
 #include "../fdb/fdb.h"
 #include "../hwnat/hwnat.h"
 
-#define JIX_LAN_FLOOD_MASK	0xFFULL		/* ports 0 to 7 */
 #define JIX_IPV4_MIN_HLEN	20
 #define JIX_IPV6_HLEN		40
 #define JIX_IPV6_HOP_HLEN	8		/* one hop-by-hop header */
@@ -87,46 +86,25 @@ static int jix_dh_query(struct sk_buff *skb, u8 kind)
 	return 0;
 }
 
-/* Snooping off: every Wi-Fi port with a device, and the LAN ports 0 to 7. */
-static u64 jix_dh_flood_mask(void)
-{
-	u64 mask = 0;
-	unsigned int port;
-
-	for (port = JIX_PORT_WIFI_FIRST; port < 32; port++)
-		if (get_dev_by_port(port))
-			mask |= jix_port_bit(port);
-	return mask | JIX_LAN_FLOOD_MASK;
-}
-
-static u64 jix_dh_fwd_mask(struct sk_buff *skb)
-{
-	u64 mask = 0;
-	u32 snooping;
-
-	igmp_get_fwd_portmask(skb, &mask);
-	spin_lock_bh(&igmp_fdb_lock);
-	snooping = igmp_snooping_enable;
-	spin_unlock_bh(&igmp_fdb_lock);
-	if (!snooping)
-		mask |= jix_dh_flood_mask();
-	jix_dbg(JIX_DBG_TRACE, "[%s]fwd_port_mask = 0x%lx\n", jix_dh_name,
-		(unsigned long)mask);
-	return mask;
-}
-
-/* Multicast data: forward to the members, bind the flow, or drop it. */
+/*
+ * Multicast data: forward to the members, bind the flow, or drop it.  The
+ * member ports and their VLAN actions come from one visit to the
+ * database.
+ */
 static int jix_dh_data(struct sk_buff *skb)
 {
+	struct jix_port_actions pa;
 	u64 mask;
 	int ret;
 
 	skb_push(skb, ETH_HLEN);
 	jix_skb_dump(skb);
-	mask = jix_dh_fwd_mask(skb);
+	mask = jix_fwd_ports_and_actions(skb, &pa);
+	jix_dbg(JIX_DBG_TRACE, "[%s]fwd_port_mask = 0x%lx\n", jix_dh_name,
+		(unsigned long)mask);
 	jix_xpon_hwnat_add_flow(skb, mask);
 	if (mask)
-		ret = jix_xpon_fwd_data_to_port(skb, mask);
+		ret = jix_xpon_fwd_data_with_actions(skb, mask, &pa);
 	else
 		ret = jix_xpon_hwnat_drop_multicast(skb, mask);
 	skb_pull(skb, ETH_HLEN);

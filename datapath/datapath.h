@@ -72,4 +72,10 @@ int jix_xpon_is_pppox_multicast_pkt(struct sk_buff *skb);
 void igmp_get_fwd_portmask(struct sk_buff *skb, u64 *mask);
 void quor_mcst_get_fwd_mask(struct sk_buff *skb, u32 vid, u64 *mask);
 
+struct jix_port_actions;
+/* The data handler's member ports (flooded with snooping off) and their
+ * VLAN actions, under one hold of igmp_fdb_lock (bottom halves disabled). */
+u64 jix_fwd_ports_and_actions(struct sk_buff *skb,
+			      struct jix_port_actions *pa);
+
 #endif /* JIX_DATAPATH_H */

@@ -7,6 +7,7 @@
  */
 #include "datapath.h"
 #include "fdb/fdb.h"
+#include "transmit.h"
 
 /* What a frame is matched by, built on the stack for every call. */
 struct jix_fwd_key {
@@ -142,20 +143,42 @@ static bool jix_fwd_match(const struct igmp_fdb_entry *e,
 	}
 }
 
-static void jix_fwd_walk(const struct jix_fwd_key *k, u64 *mask)
+/* The bucket of the programme index that holds every entry @k can match. */
+static struct hlist_head *jix_fwd_bucket(const struct jix_fwd_key *k, u32 mode,
+					 u32 *hash)
 {
-	u32 mode = READ_ONCE(igmp_filter_mode);
-	struct igmp_fdb_entry *e;
+	*hash = igmp_fdb_hash(mode, k->grp_mac, k->grp_ip.addr, k->src_ip.addr,
+			      (s16)k->vid);
+	return igmp_fdb_bucket(mode, *hash);
+}
 
-	if (mode > IGMP_FILTER_MAX || igmp_fdb_empty())
+/* Caller holds igmp_fdb_lock. */
+static void jix_fwd_walk_locked(const struct jix_fwd_key *k, u32 mode,
+				u64 *mask)
+{
+	struct hlist_head *head;
+	struct igmp_fdb_entry *e;
+	u32 h;
+
+	head = jix_fwd_bucket(k, mode, &h);
+	if (!head)
 		return;
-	spin_lock_bh(&igmp_fdb_lock);
-	list_for_each_entry(e, igmp_get_fdb_list(), list) {
-		if (!jix_fwd_match(e, k, mode))
+	hlist_for_each_entry(e, head, hnode) {
+		if (e->hkey != h || !jix_fwd_match(e, k, mode))
 			continue;
 		*mask |= jix_port_bit(e->port);
 		e->flow_idx = k->flow_idx;
 	}
+}
+
+static void jix_fwd_walk(const struct jix_fwd_key *k, u64 *mask)
+{
+	u32 mode = READ_ONCE(igmp_filter_mode);
+
+	if (mode > IGMP_FILTER_MAX || igmp_fdb_empty())
+		return;
+	spin_lock_bh(&igmp_fdb_lock);
+	jix_fwd_walk_locked(k, READ_ONCE(igmp_filter_mode), mask);
 	spin_unlock_bh(&igmp_fdb_lock);
 }
 
@@ -177,4 +200,62 @@ void quor_mcst_get_fwd_mask(struct sk_buff *skb, u32 vid, u64 *mask)
 	if (READ_ONCE(quor_mc_debug_level) >= JIX_DBG_TRACE)
 		jix_fwd_print_key(__func__, &k, true);
 	jix_fwd_walk(&k, mask);
+}
+
+/* Snooping off: every Wi-Fi port with a device, and the LAN ports 0 to 7. */
+static u64 jix_fwd_flood_mask(void)
+{
+	u64 mask = 0;
+	unsigned int port;
+
+	for (port = JIX_PORT_WIFI_FIRST; port < 32; port++)
+		if (get_dev_by_port(port))
+			mask |= jix_port_bit(port);
+	return mask | 0xFFULL;
+}
+
+/*
+ * The data handler's one visit to the database: the member ports of the
+ * frame (as igmp_get_fwd_portmask), widened by the flood mask when
+ * snooping is off, and the VLAN action of every port of the result (as
+ * jix_xpon_get_port_vlan_action would find it for each copy), all under a
+ * single hold of igmp_fdb_lock.  Returns the mask.
+ */
+u64 jix_fwd_ports_and_actions(struct sk_buff *skb,
+			      struct jix_port_actions *pa)
+{
+	struct igmp_fdb_entry *found[32];
+	struct igmp_entry_info key;
+	struct jix_fwd_key k;
+	u32 mode, snooping;
+	u64 mask = 0;
+	u32 ports;
+	int p;
+
+	jix_fwd_key_of(skb, jix_xpon_get_outer_vid(skb), &k);
+	if (READ_ONCE(quor_mc_debug_level) >= JIX_DBG_TRACE)
+		jix_fwd_print_key("igmp_get_fwd_portmask", &k, false);
+	jix_xpon_port_key_of(skb, &key);
+	pa->found = 0;
+	memset(pa->act, 0, sizeof(pa->act));
+
+	spin_lock_bh(&igmp_fdb_lock);
+	mode = READ_ONCE(igmp_filter_mode);
+	if (mode <= IGMP_FILTER_MAX && !igmp_fdb_empty())
+		jix_fwd_walk_locked(&k, mode, &mask);
+	snooping = igmp_snooping_enable;
+	if (!snooping)
+		mask |= jix_fwd_flood_mask();
+	ports = (u32)mask;
+	if (ports && !igmp_fdb_empty()) {
+		igmp_find_port_entries(&key, ports, found);
+		for (p = 0; p < 32; p++) {
+			if (!found[p])
+				continue;
+			jix_vlan_action_of(found[p], &pa->act[p]);
+			pa->found |= 1U << p;
+		}
+	}
+	spin_unlock_bh(&igmp_fdb_lock);
+	return mask;
 }

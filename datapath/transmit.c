@@ -13,6 +13,9 @@
 #define PORT_MASK_LAN	0x00000FFFULL	/* ports counted by the interface count */
 #define PORT_MASK_WIFI	0xFFFF0000ULL
 
+static const char jix_vh_name[] = "jix_xpon_data_vlan_handle";
+static const char jix_fwd_name[] = "jix_xpon_fwd_data_to_port";
+
 static int jix_port_count(u64 mask)
 {
 	return hweight64(mask & PORT_MASK_LAN) + hweight64(mask & PORT_MASK_WIFI);
@@ -32,6 +35,15 @@ static s16 jix_frame_vid(const struct sk_buff *skb)
 	return (s16)((h[14] << 8 | h[15]) & 0xFFF);
 }
 
+void jix_xpon_port_key_of(struct sk_buff *skb, struct igmp_entry_info *key)
+{
+	memset(key, 0, sizeof(*key));
+	key->vlan = jix_frame_vid(skb);
+	jix_xpon_get_src_and_dst_addr(&key->src_ip, &key->grp_ip, skb);
+	if (skb_tail_pointer(skb) - skb_mac_header(skb) >= ETH_ALEN)
+		memcpy(key->grp_mac, skb_mac_header(skb), ETH_ALEN);
+}
+
 int jix_xpon_get_port_vlan_action(u8 port, struct sk_buff *skb,
 				  struct vlan_action *action)
 {
@@ -41,12 +53,8 @@ int jix_xpon_get_port_vlan_action(u8 port, struct sk_buff *skb,
 
 	if (igmp_fdb_empty())
 		return -1;
-	memset(&key, 0, sizeof(key));
+	jix_xpon_port_key_of(skb, &key);
 	key.port = port;
-	key.vlan = jix_frame_vid(skb);
-	jix_xpon_get_src_and_dst_addr(&key.src_ip, &key.grp_ip, skb);
-	if (skb_tail_pointer(skb) - skb_mac_header(skb) >= ETH_ALEN)
-		memcpy(key.grp_mac, skb_mac_header(skb), ETH_ALEN);
 
 	spin_lock_bh(&igmp_fdb_lock);
 	e = igmp_find_entry(&key);
@@ -58,30 +66,39 @@ int jix_xpon_get_port_vlan_action(u8 port, struct sk_buff *skb,
 	return ret;
 }
 
+/* Apply @act, the port's action as its lookup answered (@ret), to @skb. */
+static void jix_xpon_data_vlan_apply(struct sk_buff *skb, unsigned long port,
+				     const struct vlan_action *pact, int ret)
+{
+	struct vlan_action act = *pact;
+	u32 mode;
+
+	mode = act.vlan_mode;
+	if (port < JIX_PORT_TYPE_NUM && !quor_igmp_snooping_peek() &&
+	    READ_ONCE(PORT_TYPE[port]) == JIX_PORT_TYPE_HYBRID_HGU)
+		mode = JIX_VLAN_STRIP;
+	jix_dbg(JIX_DBG_TRACE, "[%s]jix_xpon_data_vlan_handle: ret:%d\n", jix_vh_name, ret);
+	jix_dbg(JIX_DBG_TRACE, "[%s]vlanMode = %d\n", jix_vh_name, mode);
+	jix_dbg(JIX_DBG_TRACE, "[%s]outerVlan = %lu\n", jix_vh_name,
+		(unsigned long)(act.outer_tci & JIX_VID_NONE));
+	jix_dbg(JIX_DBG_TRACE, "[%s]outerTci = %lu\n", jix_vh_name,
+		(unsigned long)(act.outer_tci >> 13));
+	jix_dbg(JIX_DBG_TRACE, "[%s]innerVlan = %lu\n", jix_vh_name,
+		(unsigned long)(act.inner_tci & JIX_VID_NONE));
+	jix_dbg(JIX_DBG_TRACE, "[%s]innerTci = %lu\n", jix_vh_name,
+		(unsigned long)(act.inner_tci >> 13));
+	jix_vlan_apply(skb, mode, act.outer_tci, act.inner_tci);
+}
+
 int jix_xpon_data_vlan_handle(struct sk_buff *skb, unsigned long port)
 {
 	struct vlan_action act = { 0 };
-	u32 mode;
 	int ret;
 
 	jix_dbg(JIX_DBG_TRACE, "[%s]data_vlan_handle: port id = %lu\n", __func__,
 		port);
 	ret = jix_xpon_get_port_vlan_action((u8)port, skb, &act);
-	mode = act.vlan_mode;
-	if (port < JIX_PORT_TYPE_NUM && !quor_igmp_snooping_peek() &&
-	    READ_ONCE(PORT_TYPE[port]) == JIX_PORT_TYPE_HYBRID_HGU)
-		mode = JIX_VLAN_STRIP;
-	jix_dbg(JIX_DBG_TRACE, "[%s]jix_xpon_data_vlan_handle: ret:%d\n", __func__, ret);
-	jix_dbg(JIX_DBG_TRACE, "[%s]vlanMode = %d\n", __func__, mode);
-	jix_dbg(JIX_DBG_TRACE, "[%s]outerVlan = %lu\n", __func__,
-		(unsigned long)(act.outer_tci & JIX_VID_NONE));
-	jix_dbg(JIX_DBG_TRACE, "[%s]outerTci = %lu\n", __func__,
-		(unsigned long)(act.outer_tci >> 13));
-	jix_dbg(JIX_DBG_TRACE, "[%s]innerVlan = %lu\n", __func__,
-		(unsigned long)(act.inner_tci & JIX_VID_NONE));
-	jix_dbg(JIX_DBG_TRACE, "[%s]innerTci = %lu\n", __func__,
-		(unsigned long)(act.inner_tci >> 13));
-	jix_vlan_apply(skb, mode, act.outer_tci, act.inner_tci);
+	jix_xpon_data_vlan_apply(skb, port, &act, ret);
 	return 0;
 }
 
@@ -107,13 +124,15 @@ static void jix_xpon_xmit_copy(struct sk_buff *copy, u8 p)
 	dev_put(dev);
 }
 
-int jix_xpon_fwd_data_to_port(struct sk_buff *skb, u64 mask)
+/* One copy per port of @mask; actions from @pa, or looked up per copy. */
+static int jix_xpon_fwd(struct sk_buff *skb, u64 mask,
+			const struct jix_port_actions *pa)
 {
 	int count = jix_port_count(mask);
 	struct sk_buff *copy;
 	u8 p;
 
-	jix_dbg(JIX_DBG_TRACE, "[%s]interfacecount=%d\n", __func__, count);
+	jix_dbg(JIX_DBG_TRACE, "[%s]interfacecount=%d\n", jix_fwd_name, count);
 	for (p = 0; p < 32; p++) {
 		if (!((mask >> p) & 1))
 			continue;
@@ -122,10 +141,29 @@ int jix_xpon_fwd_data_to_port(struct sk_buff *skb, u64 mask)
 		copy = skb_copy(skb, GFP_ATOMIC);
 		if (!copy)
 			continue;
-		jix_xpon_data_vlan_handle(copy, p);
+		if (pa) {
+			jix_dbg(JIX_DBG_TRACE,
+				"[%s]data_vlan_handle: port id = %lu\n",
+				"jix_xpon_data_vlan_handle", (unsigned long)p);
+			jix_xpon_data_vlan_apply(copy, p, &pa->act[p],
+						 (pa->found >> p) & 1 ? 1 : -1);
+		} else {
+			jix_xpon_data_vlan_handle(copy, p);
+		}
 		jix_xpon_xmit_copy(copy, p);
 	}
 	return 0;
+}
+
+int jix_xpon_fwd_data_to_port(struct sk_buff *skb, u64 mask)
+{
+	return jix_xpon_fwd(skb, mask, NULL);
+}
+
+int jix_xpon_fwd_data_with_actions(struct sk_buff *skb, u64 mask,
+				   const struct jix_port_actions *pa)
+{
+	return jix_xpon_fwd(skb, mask, pa);
 }
 
 /* Whole linear buffer, 16 bytes a line, with head/network/MAC/data marks. */

@@ -94,10 +94,11 @@ int quor_igmp_add_entry(const struct igmp_entry_info *req)
 	found = igmp_find_entry(req);
 	if (found) {
 		igmp_copy_req(found, req);
+		igmp_fdb_rehash(found);
 		added = found;
 	} else {
 		new->flow_idx = flow_idx;
-		list_add_tail(&new->list, igmp_get_fdb_list());
+		igmp_fdb_link(new);
 		added = new;
 	}
 	spin_unlock_bh(&igmp_fdb_lock);
@@ -160,6 +161,7 @@ int quor_igmp_update_entry(const struct igmp_entry_info *req)
 		return -1;
 	}
 	igmp_copy_req(e, req);
+	igmp_fdb_rehash(e);
 	flow_idx = e->flow_idx;
 	spin_unlock_bh(&igmp_fdb_lock);
 
@@ -242,7 +244,7 @@ void quor_igmp_clear_all_entry(void)
 	LIST_HEAD(gone);
 
 	spin_lock_bh(&igmp_fdb_lock);
-	list_splice_tail_init(igmp_get_fdb_list(), &gone);
+	igmp_fdb_unlink_all(&gone);
 	spin_unlock_bh(&igmp_fdb_lock);
 	igmp_free_hold(&gone);
 	jix_xpon_hwnat_clear_flows();

@@ -24,6 +24,9 @@ struct igmp_acnt {
 
 struct igmp_fdb_entry {
 	struct list_head list;
+	struct hlist_node hnode;	/* programme index of the filter mode */
+	u32 hkey;		/* hash of the programme fields, see below */
+	u64 seq;		/* insertion order: list order */
 	s32 flow_idx;		/* hardware flow of the programme, -1: none */
 	u8 port;
 	s16 vlan;		/* -1: untagged */
@@ -65,6 +68,34 @@ int igmp_find_data_by_mac_ip(const struct igmp_entry_info *key, s32 *flow_idx,
 			     u64 *mask, u32 op);
 int igmp_find_data_by_all(const struct igmp_entry_info *key, s32 *flow_idx,
 			  u64 *mask, u32 op);
+
+/*
+ * The programme index: a hash table of igmp_fdb_list's entries keyed by
+ * the fields that every matcher of the current filter mode compares for
+ * equality (group address in its first 4 bytes, group MAC, VLAN, source
+ * address), so a lookup visits one bucket instead of the whole list; the
+ * walk then applies the matcher's full rule.  It is kept under
+ * igmp_fdb_lock and rebuilt when the filter mode changes.
+ */
+#define IGMP_FDB_HASH_BITS	14
+u32 igmp_fdb_hash(u32 mode, const u8 *mac, const u8 *grp, const u8 *src,
+		  s16 vlan);
+/* Bucket of @hash, after bringing the index in line with @mode; NULL when
+ * @mode is not a filter mode.  Caller holds igmp_fdb_lock. */
+struct hlist_head *igmp_fdb_bucket(u32 mode, u32 hash);
+/* Append @e to the list and the index; caller holds igmp_fdb_lock. */
+void igmp_fdb_link(struct igmp_fdb_entry *e);
+/* Re-file @e after its fields changed; caller holds igmp_fdb_lock. */
+void igmp_fdb_rehash(struct igmp_fdb_entry *e);
+/* Move every entry to @to and empty the index; caller holds the lock. */
+void igmp_fdb_unlink_all(struct list_head *to);
+/*
+ * For each port p of @ports (0..31), the oldest entry of p whose entry key
+ * equals @key's under the current filter mode, as igmp_find_entry() would
+ * answer with key->port = p, or NULL.  Caller holds igmp_fdb_lock.
+ */
+void igmp_find_port_entries(const struct igmp_entry_info *key, u32 ports,
+			    struct igmp_fdb_entry **found);
 
 #define IGMP_PROG_OP_ADD	1	/* the key's port is about to join */
 #define IGMP_PROG_OP_DEL	2	/* the key's port is about to leave */

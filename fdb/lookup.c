@@ -5,6 +5,15 @@
  * An entry is named by its port plus the fields the filter mode selects
  * (its entry key); a programme by those fields alone.  Addresses compare
  * in the width of the key's family: 4 bytes for IPv4, 16 for IPv6.
+ *
+ * Besides the list (insertion order) the entries hang in a hash table
+ * keyed by the programme fields of one filter mode.  Only the first 4
+ * address bytes go into the key: every comparison, in either width,
+ * includes them, so an entry that matches is always in the key's bucket.
+ * In mode 0 the VLAN stays out of the key, because the member-port walk
+ * lets hybrid-HGU ports match any VLAN.  Buckets hold entries newest
+ * first; lookups that care about age compare the entries' sequence
+ * numbers, which follow list order.
  */
 #include "fdb.h"
 
@@ -12,6 +21,142 @@ DEFINE_SPINLOCK(igmp_fdb_lock);
 static LIST_HEAD(igmp_fdb_list);
 static LIST_HEAD(igmp_fdb_tmp_list);
 u32 igmp_filter_mode = IGMP_FILTER_MAC_IP;
+
+static struct hlist_head igmp_fdb_buckets[1 << IGMP_FDB_HASH_BITS];
+static u32 igmp_fdb_hash_mode = IGMP_FILTER_MAC_IP;	/* mode of the index */
+static u64 igmp_fdb_seq;
+
+static u32 igmp_mix(u32 h, u32 w)
+{
+	h ^= w;
+	h *= 0x9E3779B1U;
+	return h ^ (h >> 16);
+}
+
+static u32 igmp_be32(const u8 *b)
+{
+	return (u32)b[0] << 24 | (u32)b[1] << 16 | (u32)b[2] << 8 | b[3];
+}
+
+static u32 igmp_mix_mac(u32 h, const u8 *mac)
+{
+	h = igmp_mix(h, igmp_be32(mac));
+	return igmp_mix(h, (u32)mac[4] << 8 | mac[5]);
+}
+
+u32 igmp_fdb_hash(u32 mode, const u8 *mac, const u8 *grp, const u8 *src,
+		  s16 vlan)
+{
+	u32 h = mode;
+
+	switch (mode) {
+	case IGMP_FILTER_IP_VID:
+		return igmp_mix(h, igmp_be32(grp));
+	case IGMP_FILTER_MAC:
+		return igmp_mix_mac(h, mac);
+	case IGMP_FILTER_IP_SRC_IP:
+		h = igmp_mix(h, igmp_be32(grp));
+		return igmp_mix(h, igmp_be32(src));
+	case IGMP_FILTER_MAC_VID:
+		h = igmp_mix_mac(h, mac);
+		return igmp_mix(h, (u16)vlan);
+	case IGMP_FILTER_MAC_IP:
+		h = igmp_mix_mac(h, mac);
+		return igmp_mix(h, igmp_be32(grp));
+	case IGMP_FILTER_MAC_IP_VID:
+		h = igmp_mix_mac(h, mac);
+		h = igmp_mix(h, igmp_be32(grp));
+		return igmp_mix(h, (u16)vlan);
+	default:
+		return h;
+	}
+}
+
+static u32 igmp_entry_hash(const struct igmp_fdb_entry *e, u32 mode)
+{
+	return igmp_fdb_hash(mode, e->grp_mac, e->grp_ip.addr, e->src_ip.addr,
+			     e->vlan);
+}
+
+static u32 igmp_key_hash(const struct igmp_entry_info *key, u32 mode)
+{
+	return igmp_fdb_hash(mode, key->grp_mac, key->grp_ip.addr,
+			     key->src_ip.addr, key->vlan);
+}
+
+static struct hlist_head *igmp_head(u32 hash)
+{
+	return &igmp_fdb_buckets[(hash * 0x61C88647U) >> (32 - IGMP_FDB_HASH_BITS)];
+}
+
+static void igmp_fdb_hash_clear(void)
+{
+	size_t i;
+
+	for (i = 0; i < ARRAY_SIZE(igmp_fdb_buckets); i++)
+		INIT_HLIST_HEAD(&igmp_fdb_buckets[i]);
+}
+
+/* File every entry again under @mode, in list order (newest ends first). */
+static void igmp_fdb_reindex(u32 mode)
+{
+	struct igmp_fdb_entry *e;
+
+	igmp_fdb_hash_clear();
+	igmp_fdb_hash_mode = mode;
+	list_for_each_entry(e, &igmp_fdb_list, list) {
+		e->hkey = igmp_entry_hash(e, mode);
+		hlist_add_head(&e->hnode, igmp_head(e->hkey));
+	}
+}
+
+/*
+ * May a lookup under @mode use the index?  Only for the current filter
+ * mode; the index follows a change of mode at its first lookup (the
+ * database is emptied on a change, so that costs nothing).
+ */
+static bool igmp_fdb_indexed(u32 mode)
+{
+	if (mode > IGMP_FILTER_MAX || mode != READ_ONCE(igmp_filter_mode))
+		return false;
+	if (mode != igmp_fdb_hash_mode)
+		igmp_fdb_reindex(mode);
+	return true;
+}
+
+struct hlist_head *igmp_fdb_bucket(u32 mode, u32 hash)
+{
+	if (mode > IGMP_FILTER_MAX)
+		return NULL;
+	if (mode != igmp_fdb_hash_mode)
+		igmp_fdb_reindex(mode);
+	return igmp_head(hash);
+}
+
+void igmp_fdb_link(struct igmp_fdb_entry *e)
+{
+	e->seq = ++igmp_fdb_seq;
+	list_add_tail(&e->list, &igmp_fdb_list);
+	e->hkey = igmp_entry_hash(e, igmp_fdb_hash_mode);
+	hlist_add_head(&e->hnode, igmp_head(e->hkey));
+}
+
+void igmp_fdb_rehash(struct igmp_fdb_entry *e)
+{
+	u32 h = igmp_entry_hash(e, igmp_fdb_hash_mode);
+
+	if (h == e->hkey && !hlist_unhashed(&e->hnode))
+		return;
+	hlist_del_init(&e->hnode);
+	e->hkey = h;
+	hlist_add_head(&e->hnode, igmp_head(h));
+}
+
+void igmp_fdb_unlink_all(struct list_head *to)
+{
+	list_splice_tail_init(&igmp_fdb_list, to);
+	igmp_fdb_hash_clear();
+}
 
 static bool igmp_addr_eq(const struct mc_ip_addr *a, const struct mc_ip_addr *b,
 			 const struct igmp_entry_info *key)
@@ -59,15 +204,47 @@ static bool igmp_prog_match(const struct igmp_fdb_entry *e,
 static struct igmp_fdb_entry *igmp_find_entry_mode(const struct igmp_entry_info *key,
 						   u32 mode)
 {
-	struct igmp_fdb_entry *e;
+	struct igmp_fdb_entry *e, *best = NULL;
+	u32 h;
 
 	if (!key)
 		return NULL;
-	list_for_each_entry(e, &igmp_fdb_list, list) {
-		if (e->port == key->port && igmp_prog_match(e, key, mode))
-			return e;
+	if (!igmp_fdb_indexed(mode)) {
+		list_for_each_entry(e, &igmp_fdb_list, list) {
+			if (e->port == key->port && igmp_prog_match(e, key, mode))
+				return e;
+		}
+		return NULL;
 	}
-	return NULL;
+	h = igmp_key_hash(key, mode);
+	hlist_for_each_entry(e, igmp_head(h), hnode) {
+		if (e->hkey != h || e->port != key->port ||
+		    !igmp_prog_match(e, key, mode))
+			continue;
+		if (!best || e->seq < best->seq)
+			best = e;
+	}
+	return best;
+}
+
+void igmp_find_port_entries(const struct igmp_entry_info *key, u32 ports,
+			    struct igmp_fdb_entry **found)
+{
+	u32 mode = READ_ONCE(igmp_filter_mode);
+	struct igmp_fdb_entry *e;
+	u32 h;
+
+	memset(found, 0, 32 * sizeof(*found));
+	if (!igmp_fdb_indexed(mode))
+		return;		/* not a filter mode: nothing matches */
+	h = igmp_key_hash(key, mode);
+	hlist_for_each_entry(e, igmp_head(h), hnode) {
+		if (e->hkey != h || e->port >= 32 || !((ports >> e->port) & 1) ||
+		    !igmp_prog_match(e, key, mode))
+			continue;
+		if (!found[e->port] || e->seq < found[e->port]->seq)
+			found[e->port] = e;
+	}
 }
 
 /*
@@ -79,20 +256,31 @@ static struct igmp_fdb_entry *igmp_find_entry_mode(const struct igmp_entry_info 
 static int igmp_find_data_mode(const struct igmp_entry_info *key, s32 *flow_idx,
 			       u64 *mask, u32 op, u32 mode)
 {
-	struct igmp_fdb_entry *e;
-	bool found = false;
+	struct igmp_fdb_entry *e, *newest = NULL;
+	u32 h;
 
 	if (!key)
 		return 0;
-	list_for_each_entry(e, &igmp_fdb_list, list) {
-		if (!igmp_prog_match(e, key, mode))
-			continue;
-		*mask |= jix_port_bit(e->port);
-		*flow_idx = e->flow_idx;
-		found = true;
+	if (!igmp_fdb_indexed(mode)) {
+		list_for_each_entry(e, &igmp_fdb_list, list) {
+			if (!igmp_prog_match(e, key, mode))
+				continue;
+			*mask |= jix_port_bit(e->port);
+			newest = e;
+		}
+	} else {
+		h = igmp_key_hash(key, mode);
+		hlist_for_each_entry(e, igmp_head(h), hnode) {
+			if (e->hkey != h || !igmp_prog_match(e, key, mode))
+				continue;
+			*mask |= jix_port_bit(e->port);
+			if (!newest || e->seq > newest->seq)
+				newest = e;
+		}
 	}
-	if (!found)
+	if (!newest)
 		return 0;
+	*flow_idx = newest->flow_idx;
 	if (op == IGMP_PROG_OP_ADD)
 		*mask |= jix_port_bit(key->port);
 	else if (op == IGMP_PROG_OP_DEL)
@@ -160,6 +348,8 @@ void igmp_init_fdb(void)
 {
 	WRITE_ONCE(igmp_filter_mode, IGMP_FILTER_MAC_IP);
 	INIT_LIST_HEAD(&igmp_fdb_list);
+	igmp_fdb_hash_clear();
+	igmp_fdb_hash_mode = IGMP_FILTER_MAC_IP;
 }
 
 void igmp_init_fdb_tmp(void)
@@ -215,6 +405,7 @@ void igmp_clear_entry_tmp(void)
 /* Caller holds igmp_fdb_lock. */
 void igmp_del_entry(struct igmp_fdb_entry *entry)
 {
+	hlist_del_init(&entry->hnode);
 	list_del(&entry->list);
 	kfree(entry);
 }

@@ -80,8 +80,12 @@ void host_netdev_unregister(struct net_device *dev);
 /* Free a device that is not registered.  Its reference count must be 0. */
 void host_netdev_free(struct net_device *dev);
 int host_netdev_refcnt(const struct net_device *dev);
-/* Frames handed to the device's transmit routine, oldest first. */
+/* Frames handed to the device's transmit routine (kept or discarded). */
 unsigned int host_netdev_tx_count(const struct net_device *dev);
+/* With @on, the transmit routine only counts and frees each frame (no copy
+ * kept, no lock taken): for benchmarks.  host_netdev_tx_frame() then finds
+ * only the frames kept before. */
+void host_netdev_tx_discard(struct net_device *dev, int on);
 /* Copy the bytes (from skb->data) of frame @i into @buf; returns the
  * frame's length, or -1 when there is no such frame. */
 int host_netdev_tx_frame(const struct net_device *dev, unsigned int i,

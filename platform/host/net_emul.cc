@@ -7,6 +7,7 @@
 #include "host_emul.h"
 
 #include <algorithm>
+#include <atomic>
 #include <map>
 #include <mutex>
 #include <set>
@@ -27,6 +28,8 @@ struct tx_frame {
 struct dev_priv {
 	std::mutex mtx;
 	std::vector<tx_frame> frames;
+	std::atomic<bool> discard{false};	/* count and free, keep nothing */
+	std::atomic<unsigned int> discarded{0};
 };
 
 /* Held across registration changes and notifier delivery, like RTNL. */
@@ -45,6 +48,11 @@ dev_priv *priv(const struct net_device *dev)
 
 netdev_tx_t capture_xmit(struct sk_buff *skb, struct net_device *dev)
 {
+	if (priv(dev)->discard.load(std::memory_order_relaxed)) {
+		priv(dev)->discarded.fetch_add(1, std::memory_order_relaxed);
+		consume_skb(skb);
+		return NETDEV_TX_OK;
+	}
 	tx_frame f{std::vector<unsigned char>(skb->data, skb->data + skb->len),
 		   skb->vendor_flags};
 	{
@@ -241,7 +249,12 @@ int host_netdev_refcnt(const struct net_device *dev)
 unsigned int host_netdev_tx_count(const struct net_device *dev)
 {
 	std::lock_guard<std::mutex> g(priv(dev)->mtx);
-	return (unsigned int)priv(dev)->frames.size();
+	return (unsigned int)priv(dev)->frames.size() + priv(dev)->discarded;
+}
+
+void host_netdev_tx_discard(struct net_device *dev, int on)
+{
+	priv(dev)->discard = on != 0;
 }
 
 int host_netdev_tx_frame(const struct net_device *dev, unsigned int i,
@@ -270,6 +283,7 @@ void host_netdev_tx_clear(struct net_device *dev)
 {
 	std::lock_guard<std::mutex> g(priv(dev)->mtx);
 	priv(dev)->frames.clear();
+	priv(dev)->discarded = 0;
 }
 
 /* ---- direct transmit ---- */

@@ -194,6 +194,58 @@ static inline void list_splice_tail_init(struct list_head *list,
 	     n = list_next_entry(pos, member); &pos->member != (head); \
 	     pos = n, n = list_next_entry(n, member))
 
+/* ---- hash lists (the kernel's hlist) ---- */
+struct hlist_head {
+	struct hlist_node *first;
+};
+
+#define HLIST_HEAD_INIT		{ .first = NULL }
+
+static inline void INIT_HLIST_HEAD(struct hlist_head *h)
+{
+	h->first = NULL;
+}
+
+static inline void INIT_HLIST_NODE(struct hlist_node *n)
+{
+	n->next = NULL;
+	n->pprev = NULL;
+}
+
+static inline int hlist_unhashed(const struct hlist_node *n)
+{
+	return !n->pprev;
+}
+
+static inline void hlist_add_head(struct hlist_node *n, struct hlist_head *h)
+{
+	struct hlist_node *first = h->first;
+
+	n->next = first;
+	if (first)
+		first->pprev = &n->next;
+	h->first = n;
+	n->pprev = &h->first;
+}
+
+static inline void hlist_del_init(struct hlist_node *n)
+{
+	if (hlist_unhashed(n))
+		return;
+	*n->pprev = n->next;
+	if (n->next)
+		n->next->pprev = n->pprev;
+	INIT_HLIST_NODE(n);
+}
+
+#define hlist_entry_safe(ptr, type, member) \
+	({ __typeof__(ptr) ____p = (ptr); \
+	   ____p ? container_of(____p, type, member) : NULL; })
+#define hlist_for_each_entry(pos, head, member) \
+	for (pos = hlist_entry_safe((head)->first, __typeof__(*(pos)), member); \
+	     pos; \
+	     pos = hlist_entry_safe((pos)->member.next, __typeof__(*(pos)), member))
+
 /* ---- spinlocks and bottom halves ---- */
 /*
  * A real mutex, so ThreadSanitizer sees the critical sections.  Each lock

@@ -429,6 +429,31 @@ TEST_F(Host, DeviceReferencesAndDirectTransmit)
 	host_netdev_free(dev);
 }
 
+TEST_F(Host, DiscardingDeviceCountsAndFreesFrames)
+{
+	struct net_device *dev = host_netdev_alloc("nas1");
+	unsigned char buf[32];
+
+	host_netdev_register(dev);
+	struct sk_buff *skb = eth_frame(4);
+	skb->dev = dev;
+	EXPECT_EQ(jix_dev_xmit(skb), NETDEV_TX_OK);		/* kept */
+	host_netdev_tx_discard(dev, 1);
+	for (int i = 0; i < 3; i++) {
+		skb = eth_frame(4);
+		skb->dev = dev;
+		EXPECT_EQ(jix_dev_xmit(skb), NETDEV_TX_OK);	/* freed */
+	}
+	EXPECT_EQ(host_netdev_tx_count(dev), 4u);
+	EXPECT_EQ(host_netdev_tx_frame(dev, 0, buf, sizeof(buf)), 20);
+	EXPECT_EQ(host_netdev_tx_frame(dev, 1, buf, sizeof(buf)), -1);
+	host_netdev_tx_clear(dev);
+	EXPECT_EQ(host_netdev_tx_count(dev), 0u);
+	host_netdev_tx_discard(dev, 0);
+	host_netdev_unregister(dev);
+	host_netdev_free(dev);
+}
+
 /* ---- proc files ---- */
 
 const char proc_body[] = "line one\nline two is longer\n";

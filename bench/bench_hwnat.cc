@@ -1,0 +1,78 @@
+// Flow binding and aging with 10,000 flow records: each frame of the
+// benchmark carries another flow index (0 .. 9,999, as a fake hardware
+// driver gives them), and aging lets every record expire at once.
+#include "bench_env.h"
+
+namespace bench {
+namespace {
+
+constexpr int kFlows = 10000;
+
+int never_in_hw(int, unsigned char *, unsigned char *, int)
+{
+	return 0;
+}
+
+// The frame as the handler passes it on: Ethernet header at the data.
+frames::Skb bound_frame()
+{
+	frames::Skb skb = iptv_skb(kGroupA);
+
+	skb_push(skb.get(), ETH_HLEN);
+	return skb;
+}
+
+void bind_all(sk_buff *skb)
+{
+	foe_cycle(kFlows);
+	for (int i = 0; i < kFlows; i++)
+		jix_xpon_hwnat_add_flow(skb, kMaskA);
+}
+
+void BM_FlowBind(benchmark::State &state)
+{
+	frames::Skb skb = bound_frame();
+
+	table_set(IGMP_FILTER_MAC_IP, 16);
+	bind_all(skb.get());
+	state.counters["records"] = host_timers_pending();
+	for (auto _ : state)
+		jix_xpon_hwnat_add_flow(skb.get(), kMaskA);
+	jix_xpon_hwnat_clear_flows();
+	jix_hwnat_release_all();
+	foe_fixed(1);
+}
+
+// One pass of the clock over the expiry of 10,000 records.
+void BM_FlowAging(benchmark::State &state)
+{
+	frames::Skb skb = bound_frame();
+	double records = 0;
+
+	table_set(IGMP_FILTER_MAC_IP, 16);
+	hwnat_is_multicast_entry_hook = never_in_hw;
+	for (auto _ : state) {
+		state.PauseTiming();
+		bind_all(skb.get());
+		records = host_timers_pending();
+		state.ResumeTiming();
+		host_jiffies_advance(3000 + 2 * HZ);
+	}
+	state.counters["records"] = records;
+	if (host_timers_pending())
+		state.SkipWithError("records left after aging");
+	hwnat_is_multicast_entry_hook = nullptr;
+	jix_hwnat_release_all();
+	foe_fixed(1);
+}
+
+} // namespace
+
+void register_hwnat()
+{
+	benchmark::RegisterBenchmark("flow_bind", BM_FlowBind)->MinTime(0.2);
+	benchmark::RegisterBenchmark("flow_aging", BM_FlowAging)
+		->Unit(benchmark::kMillisecond)->MinTime(0.2);
+}
+
+} // namespace bench
