@@ -22,8 +22,15 @@ std::mutex timer_mtx;
 std::condition_variable timer_done;
 /* Pending timers and the arming sequence number of each. */
 std::map<struct timer_list *, unsigned long> pending;
-/* Timers whose function is running, and on which thread. */
-std::multimap<struct timer_list *, unsigned long> running;
+/*
+ * Timers whose function is running, on which thread, and whether that
+ * function has re-armed its own timer.
+ */
+struct run_state {
+	unsigned long thread;
+	bool rearmed;
+};
+std::multimap<struct timer_list *, run_state> running;
 unsigned long arm_seq;
 /* Called on the timer's thread just before each timer function. */
 void (*prerun)(struct timer_list *t);
@@ -63,9 +70,18 @@ bool running_elsewhere(struct timer_list *t)
 {
 	auto r = running.equal_range(t);
 	for (auto it = r.first; it != r.second; ++it)
-		if (it->second != host::thread_id())
+		if (it->second.thread != host::thread_id())
 			return true;
 	return false;
+}
+
+/* Caller holds timer_mtx: @t's own function re-arms it. */
+void note_rearm(struct timer_list *t)
+{
+	auto r = running.equal_range(t);
+	for (auto it = r.first; it != r.second; ++it)
+		if (it->second.thread == host::thread_id())
+			it->second.rearmed = true;
 }
 
 struct due_timer {
@@ -112,7 +128,7 @@ void run_one(const due_timer &d)
 	if (it == pending.end() || it->second != d.seq)
 		return;
 	detach(d.t);
-	auto run = running.emplace(d.t, host::thread_id());
+	auto run = running.emplace(d.t, run_state{ host::thread_id(), false });
 	void (*fn)(struct timer_list *) = d.t->function;
 	void (*before)(struct timer_list *) = prerun;
 	g.unlock();
@@ -144,7 +160,11 @@ void timer_reset()
  * Freeing memory that holds a pending timer, or a timer whose function
  * runs on another thread, is a use-after-free in the making (the kernel's
  * debugobjects reports the first).  A timer function may free its own
- * timer.
+ * timer.  A function that has re-armed its own timer is taken to be done
+ * with it (re-arming under the owner's lock is its last act), so another
+ * thread that then deletes the timer may free it: the kernel's timer code
+ * does not touch a timer after its function returns.  AddressSanitizer
+ * catches a function that breaks this rule.
  */
 void timer_check_free(const void *p, size_t n)
 {
@@ -158,7 +178,8 @@ void timer_check_free(const void *p, size_t n)
 	}
 	for (const auto &r : running) {
 		uintptr_t t = (uintptr_t)r.first;
-		if (t >= lo && t < hi && r.second != host::thread_id())
+		if (t >= lo && t < hi && r.second.thread != host::thread_id() &&
+		    !r.second.rearmed)
 			host_warn(__FILE__, __LINE__,
 				  "kfree of a timer running on another thread");
 	}
@@ -195,6 +216,7 @@ int mod_timer(struct timer_list *t, unsigned long expires)
 	std::lock_guard<std::mutex> g(timer_mtx);
 	bool was = pending.count(t) != 0;
 
+	note_rearm(t);
 	if (was && t->expires == expires)
 		return 1;
 	t->expires = expires;

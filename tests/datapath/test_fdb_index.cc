@@ -132,8 +132,9 @@ protected:
 			spin_unlock_bh(&igmp_fdb_lock);
 
 			ASSERT_EQ(want != nullptr, got != nullptr) << "mode " << mode;
-			if (want)
+			if (want) {
 				EXPECT_EQ(want->seq, got_seq) << "mode " << mode;
+			}
 			EXPECT_EQ(want_ret, ret);
 			EXPECT_EQ(want_mask, mask);
 			EXPECT_EQ(want_flow, flow);
