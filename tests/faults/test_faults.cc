@@ -19,6 +19,7 @@ extern "C" {
 #include "hwnat/hwnat_flow.h"
 #include "host_ctl.h"
 }
+#include "support/image_state.h"
 
 namespace {
 
@@ -87,14 +88,7 @@ protected:
 	void SetUp() override
 	{
 		host_reset();
-		quor_mc_debug_level = 1;
-		igmp_snooping_enable = 1;
-		quor_mc_ctrl_packet_rx_cb_func = nullptr;
-		for (auto &r : lan_map_data) {
-			r.dev = nullptr;
-			atomic_set(&r.sw_pktcnt, 0);
-			atomic_set(&r.sw_bytecount, 0);
-		}
+		jt::reset_image_state();
 		live0 = host_alloc_live();
 		for (const char *n : { "eth0.1", "eth0.2", "eth0.3", "ux0" }) {
 			net_device *d = host_netdev_alloc(n);

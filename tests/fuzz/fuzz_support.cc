@@ -3,6 +3,7 @@
 
 #include <cstring>
 #include <set>
+#include "support/image_state.h"
 
 namespace fz {
 
@@ -145,15 +146,7 @@ void start(Input &in, bool choose_modes)
 {
 	host_reset();
 	host_hwnat_reset();
-	/* Module state that a real load takes from the module image. */
-	quor_mc_debug_level = 1;
-	igmp_snooping_enable = 1;
-	quor_mc_ctrl_packet_rx_cb_func = nullptr;
-	for (auto &r : lan_map_data) {
-		r.dev = nullptr;
-		atomic_set(&r.sw_pktcnt, 0);
-		atomic_set(&r.sw_bytecount, 0);
-	}
+	jt::reset_image_state();
 	driver = Driver{};
 	rx_cb_calls = 0;
 	live0 = host_alloc_live();

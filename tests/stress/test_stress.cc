@@ -27,6 +27,7 @@ extern "C" {
 #include "hwnat/hwnat_flow.h"
 #include "host_ctl.h"
 }
+#include "support/image_state.h"
 
 namespace {
 
@@ -106,14 +107,7 @@ struct Counts {
 TEST(Stress, SharedStateUnderAllCallers)
 {
 	host_reset();
-	quor_mc_debug_level = 0;
-	igmp_snooping_enable = 1;
-	quor_mc_ctrl_packet_rx_cb_func = nullptr;
-	for (auto &r : lan_map_data) {
-		r.dev = nullptr;
-		atomic_set(&r.sw_pktcnt, 0);
-		atomic_set(&r.sw_bytecount, 0);
-	}
+	jt::reset_image_state(0);
 	long live0 = host_alloc_live();
 	std::vector<net_device *> devs;
 	for (const char *n : kDevNames) {

@@ -17,6 +17,7 @@ extern "C" {
 #include "host_ctl.h"
 }
 #include "support/fake_offload.h"
+#include "support/image_state.h"
 
 namespace jt {
 
@@ -115,18 +116,7 @@ protected:
 	bool loaded = false;
 	std::vector<net_device *> devs;
 
-	// Module state that a real load takes from the module image.
-	static void reset_image_state()
-	{
-		quor_mc_debug_level = 1;
-		igmp_snooping_enable = 1;
-		quor_mc_ctrl_packet_rx_cb_func = nullptr;
-		for (auto &r : lan_map_data) {
-			r.dev = nullptr;
-			atomic_set(&r.sw_pktcnt, 0);
-			atomic_set(&r.sw_bytecount, 0);
-		}
-	}
+	static void reset_image_state() { jt::reset_image_state(); }
 
 	void SetUp() override
 	{
