@@ -242,13 +242,5 @@ void op_api(fz::Input &in)
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
-	fz::Input in(data, size);
-
-	fz::start(in);
-	for (unsigned int n = 0; n < kMaxOps && !in.empty(); n++) {
-		op_api(in);
-		fz::check_quiet();
-	}
-	fz::stop();
-	return 0;
+	return fz::run_ops(data, size, kMaxOps, op_api);
 }

@@ -197,13 +197,5 @@ void op_ioctl(fz::Input &in)
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
-	fz::Input in(data, size);
-
-	fz::start(in);
-	for (unsigned int n = 0; n < kMaxOps && !in.empty(); n++) {
-		op_ioctl(in);
-		fz::check_quiet();
-	}
-	fz::stop();
-	return 0;
+	return fz::run_ops(data, size, kMaxOps, op_ioctl);
 }

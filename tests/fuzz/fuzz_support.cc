@@ -268,4 +268,18 @@ igmp_entry_info entry_from(Input &in)
 	return e;
 }
 
+int run_ops(const uint8_t *data, size_t size, unsigned int max_ops,
+	    void (*op)(Input &in))
+{
+	Input in(data, size);
+
+	start(in);
+	for (unsigned int n = 0; n < max_ops && !in.empty(); n++) {
+		op(in);
+		check_quiet();
+	}
+	stop();
+	return 0;
+}
+
 } // namespace fz

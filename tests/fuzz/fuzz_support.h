@@ -124,6 +124,10 @@ void start(Input &in, bool choose_modes = true);
 void check_quiet();
 // Stop the module and check that nothing is left behind.
 void stop();
+/* One input: start, up to @max_ops calls of @op while input is left (each
+ * followed by the quiet-state checks), stop. */
+int run_ops(const uint8_t *data, size_t size, unsigned int max_ops,
+	    void (*op)(Input &in));
 
 // A group vocabulary so that frames meet entries.
 extern const char *const kGroups4[];
