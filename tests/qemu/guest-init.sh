@@ -26,6 +26,7 @@ ACNT=$KV/jix_mc_acnt_mapping
 # interface, veth peer, port id
 LINKS="pon:pon-p:32 eth0.1:e01-p:0 eth0.2:e02-p:1 eth0.3:e03-p:2 eth0.4:e04-p:3 ux0:ux0-p:16"
 
+TAB=$(printf '\t')
 NPASS=0
 FAILS=
 KNOWN=
@@ -518,6 +519,53 @@ for st in 0x0100:8100:100 0x0001:none; do
 		check "operation 3 ($v): $p gets nothing" rx_line /tmp/v1 $p 0 none
 	done
 done
+
+# The other operations of the API, as the control plane calls them.
+api_op() { probe_run insmod $PROBE op="$@"; }	# N [PARAM=VALUE ...]
+api_said() { probe_said "API operation $1" "op $2"; }
+api_op 2 vh_grp=$G vh_stag=0x0100
+api_said "2: transparent and strip members make the group 1:N" \
+	"2 result=2 hook=1 out=same"
+api_op 9 op_arg=2
+api_said "9: one entry on port 2" "9 result=2 hook=1 out=1"
+api_op 5 add_grp=$G add_port=2 add_vlan=100
+api_said "5: delete answers 2" "5 result=2 hook=1"
+api_op 9 op_arg=2
+api_said "9: no entry left on port 2" "9 result=2 hook=1 out=0"
+api_op 2 vh_grp=$G vh_stag=0x0100
+api_said "2: a single member is not 1:N" "2 result=-1 hook=1 out=same"
+api_op 6 add_grp=$G add_port=0 add_vlan=100 add_mode=3
+api_said "6: update answers 2" "6 result=2 hook=1"
+check "API operation 6: the entry's mode is now strip" \
+	grep -q "^-1${TAB}0${TAB}100${TAB}01:00:5E:0A:0A:0A${TAB}3${TAB}" $FWD
+mcctl add $G $GM 1 100 0
+api_op 7 op_arg=0
+api_said "7: clear port 0 answers 2" "7 result=2 hook=1"
+api_op 9 op_arg=0
+api_said "9: port 0 is empty" "9 result=2 hook=1 out=0"
+api_op 9 op_arg=1
+api_said "9: port 1 kept its entry" "9 result=2 hook=1 out=1"
+api_op 8
+api_said "8: clear all answers 2" "8 result=2 hook=1"
+api_op 9 op_arg=1
+api_said "9: port 1 is empty too" "9 result=2 hook=1 out=0"
+api_op 10 op_arg=2
+api_said "10: set filter mode 2" "10 result=2 hook=1"
+api_op 11
+api_said "11: filter mode reads 2" "11 result=2 hook=1 out=2"
+output_is "API operation 10 reaches mcctl too" 2 mcctl filter-mode
+api_op 10 op_arg=4
+api_op 12 op_arg=0
+api_said "12: snooping off" "12 result=2 hook=1"
+api_op 13
+api_said "13: snooping reads 0" "13 result=2 hook=1 out=0"
+output_is "API operation 12 reaches mcctl too" off mcctl snooping
+api_op 12 op_arg=1
+api_op 14 op_arg=1 op_name=eth0.4
+api_said "14: eth0.4 becomes a hybrid SFU port" "14 result=2 hook=1"
+check "API operation 14: the port-type text shows it" grep -q "port:3 type:1; " $PTYPE
+api_op 14 op_arg=0 op_name=eth0.4
+api_said "14: type 0 is refused" "14 result=-1 hook=1"
 mcctl clear
 
 # ---- hardware flows and drop entries, with a driver in the guest ----
@@ -525,7 +573,6 @@ mcctl clear
 # byte of the group, answers from its parameters.
 HP=/sys/module/jix_hw_probe/parameters
 HW=$KV/jix_mc_hwnat_entry
-TAB=$(printf '\t')
 hw_has() { grep -qF -- "$1" $HW; }
 hw_lacks() { ! grep -qF -- "$1" $HW; }
 hp() { cat $HP/$1; }

@@ -23,6 +23,17 @@
  * value vh_stag, VLAN id vh_vid when the tag says the frame had one:
  *
  *   jix_mc_probe: vlan_handle <group> stag=<v> sent=<n> result=<r> hook=<h>
+ *
+ * With op=<n> it makes one call of API operation 2 or 5 to 14 with the
+ * add_* entry (5, 6), op_arg as port (7), filter mode (10), snooping
+ * flag (12) or port type (14, for device op_name), or a switch-tagged
+ * frame to vh_grp (2), and logs what came back:
+ *
+ *   jix_mc_probe: op <n> result=<r> hook=<h> out=<value>
+ *
+ * out is what the operation wrote: the mode (11), the flag (13), the
+ * number of records (9, for port op_arg), or whether operation 2 gave the
+ * frame back as it came ("same"/"changed").
  */
 #include <linux/inet.h>
 #include <linux/ip.h>
@@ -75,6 +86,13 @@ module_param(vh_vid, uint, 0444);
 static uint vh_count = 10;
 module_param(vh_count, uint, 0444);
 
+static int op = -1;
+module_param(op, int, 0444);
+static int op_arg;
+module_param(op_arg, int, 0444);
+static char *op_name;
+module_param(op_name, charp, 0444);
+
 /* Returns the hook's result; the operation's status goes to *result. */
 static int probe_api(struct mc_data *mc, int *result)
 {
@@ -103,14 +121,14 @@ static void probe_group_mac(const struct mc_ip_addr *g, u8 mac[6])
 	}
 }
 
-static int probe_add(void)
+/* The entry described by the add_* parameters. */
+static int probe_entry(struct igmp_entry_info *e_out)
 {
 	struct igmp_entry_info e;
-	struct mc_data mc;
-	int hook, result;
 
 	memset(&e, 0, sizeof(e));
-	memset(&mc, 0, sizeof(mc));
+	if (!add_grp)
+		return -EINVAL;
 	if (in4_pton(add_grp, -1, e.grp_ip.addr, -1, NULL)) {
 		e.grp_ip.isipv6 = 0;
 	} else if (in6_pton(add_grp, -1, e.grp_ip.addr, -1, NULL)) {
@@ -131,7 +149,20 @@ static int probe_add(void)
 	e.port = (u8)add_port;
 	e.vlan = (s16)add_vlan;
 	e.vlan_mode = (u32)add_mode;
+	*e_out = e;
+	return 0;
+}
 
+static int probe_add(void)
+{
+	struct igmp_entry_info e;
+	struct mc_data mc;
+	int hook, result, ret;
+
+	ret = probe_entry(&e);
+	if (ret)
+		return ret;
+	memset(&mc, 0, sizeof(mc));
 	mc.api_function_id = QUOR_MC_API_ENTRY_ADD;
 	mc.param.ptr = &e;
 	hook = probe_api(&mc, &result);
@@ -253,6 +284,95 @@ static int probe_vlan_handle(void)
 	return 0;
 }
 
+/* Operation 2 on a switch-tagged frame: 1:N or not, frame given back. */
+static int probe_op2(struct mc_data *mc, const char **out)
+{
+	struct sk_buff *skb;
+	u8 grp[4], before[96];
+	int hook, result;
+
+	if (!vh_grp || !in4_pton(vh_grp, -1, grp, -1, NULL))
+		return -EINVAL;
+	skb = probe_stag_frame(grp, 0);
+	if (!skb)
+		return -ENOMEM;
+	memcpy(before, skb->data, min_t(unsigned int, skb->len, sizeof(before)));
+	mc->skb = skb;
+	local_bh_disable();
+	hook = probe_api(mc, &result);
+	local_bh_enable();
+	*out = skb->len <= sizeof(before) &&
+	       !memcmp(before, skb->data, skb->len) ? "same" : "changed";
+	kfree_skb(skb);	/* operation 2 gives the frame back */
+	printk("jix_mc_probe: op 2 result=%d hook=%d out=%s\n", result, hook,
+	       *out);
+	return 0;
+}
+
+static int probe_op(void)
+{
+	struct igmp_entry_info e, recs[8];
+	struct igmp_entry_get_req req;
+	struct mc_data mc;
+	const char *out = "-";
+	u32 word = (u32)op_arg;
+	u8 byte = (u8)op_arg;
+	int hook, result, ret;
+	char num[16];
+
+	memset(&mc, 0, sizeof(mc));
+	mc.api_function_id = (u32)op;
+	switch (op) {
+	case QUOR_MC_API_VLAN_IS_ONE_TO_N:
+		return probe_op2(&mc, &out);
+	case QUOR_MC_API_ENTRY_DEL:
+	case QUOR_MC_API_ENTRY_UPDATE:
+		ret = probe_entry(&e);
+		if (ret)
+			return ret;
+		mc.param.ptr = &e;
+		break;
+	case QUOR_MC_API_CLEAR_BY_PORT:
+		mc.param.bytes[0] = byte;
+		break;
+	case QUOR_MC_API_CLEAR_ALL:
+		break;
+	case QUOR_MC_API_ENTRY_GET:
+		memset(&req, 0, sizeof(req));
+		req.port_id = byte;
+		req.entry_num = ARRAY_SIZE(recs);
+		req.entries = recs;
+		mc.param.ptr = &req;
+		break;
+	case QUOR_MC_API_SET_FILTER_MODE:
+	case QUOR_MC_API_GET_FILTER_MODE:
+		mc.param.ptr = &word;
+		break;
+	case QUOR_MC_API_SET_SNOOPING:
+	case QUOR_MC_API_GET_SNOOPING:
+		mc.param.ptr = &byte;
+		break;
+	case QUOR_MC_API_SET_PORT_TYPE:
+		mc.param.val = word;
+		mc.param2 = op_name;
+		break;
+	default:
+		return -EINVAL;
+	}
+	hook = probe_api(&mc, &result);
+	if (op == QUOR_MC_API_ENTRY_GET)
+		snprintf(num, sizeof(num), "%d", req.entry_num);
+	else if (op == QUOR_MC_API_GET_FILTER_MODE)
+		snprintf(num, sizeof(num), "%u", word);
+	else if (op == QUOR_MC_API_GET_SNOOPING)
+		snprintf(num, sizeof(num), "%u", byte);
+	else
+		strscpy(num, out, sizeof(num));
+	printk("jix_mc_probe: op %d result=%d hook=%d out=%s\n", op, result,
+	       hook, num);
+	return 0;
+}
+
 static int probe_rx(u8 port, u8 *frame, u32 len)
 {
 	WRITE_ONCE(n_queries, READ_ONCE(n_queries) + 1);
@@ -283,11 +403,13 @@ static int __init jix_mc_probe_init(void)
 
 	if (rx_cb)
 		ret = probe_set_cb(probe_rx);
-	if (!ret && add_grp)
+	if (!ret && add_grp && op < 0)
 		ret = probe_add();
 	if (!ret && xmit_port >= 0)
 		ret = probe_xmit();
-	if (!ret && vh_grp)
+	if (!ret && op >= 0)
+		ret = probe_op();
+	else if (!ret && vh_grp)
 		ret = probe_vlan_handle();
 	return ret;
 }
