@@ -166,14 +166,14 @@ void group_mac(const uint8_t *ip, bool v6, uint8_t mac[6])
 	}
 }
 
-struct Spec {
+struct Stream {
 	std::string kind;
 	uint8_t mac[6];
 	uint8_t ip[16];
 	std::vector<Tag> tags;
 };
 
-bool parse_spec(const char *kind, const char *group, const char *tags, Spec &s)
+bool parse_stream(const char *kind, const char *group, const char *tags, Stream &s)
 {
 	s.kind = kind;
 	if (!parse_tags(tags, s.tags))
@@ -196,7 +196,7 @@ bool parse_spec(const char *kind, const char *group, const char *tags, Spec &s)
 	       s.kind == "query";
 }
 
-Bytes make_frame(const Spec &s, unsigned seq)
+Bytes make_frame(const Stream &s, unsigned seq)
 {
 	Bytes f(s.mac, s.mac + 6);
 	f.insert(f.end(), kSrcMac, kSrcMac + 6);
@@ -338,7 +338,7 @@ struct Stack {
 	bool raw = false;
 };
 
-bool stack_open(Stack &st, const Spec &s)
+bool stack_open(Stack &st, const Stream &s)
 {
 	st.raw = s.kind == "report";
 	st.fd = st.raw ? socket(AF_INET, SOCK_RAW, IPPROTO_IGMP) :
@@ -402,10 +402,10 @@ int main(int argc, char **argv)
 	}
 	if (argc < 6)
 		return usage();
-	Spec spec;
+	Stream want;
 	unsigned count = (unsigned)strtoul(argv[2], nullptr, 0);
 	bool listen_only = !strcmp(argv[1], "-");
-	if ((!count && !listen_only) || !parse_spec(argv[3], argv[4], argv[5], spec))
+	if ((!count && !listen_only) || !parse_stream(argv[3], argv[4], argv[5], want))
 		return usage();
 	std::vector<Sink> sinks;
 	for (int i = 6; i < argc; i++) {
@@ -416,7 +416,7 @@ int main(int argc, char **argv)
 		}
 		sinks.push_back({ argv[i], fd });
 	}
-	if (stack.name && !stack_open(stack, spec)) {
+	if (stack.name && !stack_open(stack, want)) {
 		printf("STACK %s: cannot listen: %s\n", stack.name, strerror(errno));
 		return 2;
 	}
@@ -436,7 +436,7 @@ int main(int argc, char **argv)
 	}
 	unsigned sent = 0;
 	for (unsigned seq = 0; seq < count; seq++) {
-		Bytes f = make_frame(spec, seq);
+		Bytes f = make_frame(want, seq);
 		if (send(out, f.data(), f.size(), 0) == (ssize_t)f.size())
 			sent++;
 		usleep(2000);
