@@ -72,7 +72,7 @@ void register_hwnat()
 {
 	benchmark::RegisterBenchmark("flow_bind", BM_FlowBind)->MinTime(0.2);
 	benchmark::RegisterBenchmark("flow_aging", BM_FlowAging)
-		->Unit(benchmark::kMillisecond)->MinTime(0.2);
+		->Unit(benchmark::kMillisecond)->Iterations(5);	/* each sets up 10,000 records untimed */
 }
 
 } // namespace bench
