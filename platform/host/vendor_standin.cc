@@ -65,10 +65,12 @@ LIST_HEAD(hooks);
  */
 struct hook_snap {
 	std::vector<struct quor_hook_ops *> ops;
+	const hook_snap *retired_next;	/* chain of replaced copies */
 };
 
+/* Plain pointers, so that the copies stay reachable until exit. */
 std::atomic<const hook_snap *> hook_view{nullptr};
-std::vector<const hook_snap *> hook_retired;	/* under vendor_mtx */
+const hook_snap *hook_retired;		/* under vendor_mtx */
 int register_fail_err;
 std::set<unsigned int> taken;
 std::map<unsigned int, hw_counter> counters;
@@ -99,11 +101,15 @@ void hook_publish()
 	hook_snap *snap = new hook_snap;
 	struct quor_hook_ops *o;
 
+	snap->retired_next = NULL;
 	list_for_each_entry(o, &hooks, list)
 		snap->ops.push_back(o);
-	const hook_snap *old = hook_view.exchange(snap, std::memory_order_acq_rel);
-	if (old)
-		hook_retired.push_back(old);
+	hook_snap *old = const_cast<hook_snap *>(
+		hook_view.exchange(snap, std::memory_order_acq_rel));
+	if (old) {
+		old->retired_next = hook_retired;
+		hook_retired = old;
+	}
 }
 
 /* Caller holds vendor_mtx. */
@@ -180,9 +186,12 @@ void vendor_reset()
 		std::lock_guard<std::mutex> g(vendor_mtx);
 		INIT_LIST_HEAD(&hooks);
 		hook_publish();
-		for (const hook_snap *old : hook_retired)
+		while (hook_retired) {
+			const hook_snap *old = hook_retired;
+
+			hook_retired = old->retired_next;
 			delete old;
-		hook_retired.clear();
+		}
 		register_fail_err = 0;
 		taken.clear();
 		counters.clear();
