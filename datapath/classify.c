@@ -310,3 +310,31 @@ int jix_xpon_is_pppox_multicast_pkt(struct sk_buff *skb)
 		return grp.addr[0] == 0xFF && grp.addr[1] < 0x80;
 	return grp.addr[0] >= 224 && grp.addr[0] <= 239;
 }
+
+void jix_xpon_parse(struct sk_buff *skb, struct jix_pkt *pk)
+{
+	struct jix_frame f;
+	struct jix_l3 l3;
+	u16 tpid;
+
+	memset(pk, 0, sizeof(*pk));
+	pk->outer_vid = -1;
+	jix_frame_of(skb, &f);
+	pk->mac = f.mac;
+	pk->len = f.len;
+	if (jix_has(&f, 0, ETH_ALEN))
+		pk->dst = f.mac;
+	if (jix_has(&f, JIX_ETH_TYPE_OFF, JIX_TAG_LEN)) {
+		tpid = jix_be16(&f, JIX_ETH_TYPE_OFF);
+		if (tpid == ETH_P_8021Q || tpid == ETH_P_8021AD)
+			pk->outer_vid = jix_be16(&f, JIX_ETH_TYPE_OFF + 2) & 0xFFF;
+	}
+	if (!jix_l3_of(&f, &l3))
+		return;
+	pk->pkt_type = l3.pkt_type;
+	if (jix_has(&f, l3.nh, 1))
+		pk->nh = l3.nh;
+	pk->ip_type = jix_ip_type_of(&f, &l3);
+	pk->data_port = jix_data_port_of(&f, &l3);
+	jix_addrs_of(&f, &l3, &pk->src, &pk->grp);
+}

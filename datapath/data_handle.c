@@ -91,7 +91,7 @@ static int jix_dh_query(struct sk_buff *skb, u8 kind)
  * member ports and their VLAN actions come from one visit to the
  * database.
  */
-static int jix_dh_data(struct sk_buff *skb)
+static int jix_dh_data(struct sk_buff *skb, const struct jix_pkt *pk)
 {
 	struct jix_port_actions pa;
 	u64 mask;
@@ -99,7 +99,7 @@ static int jix_dh_data(struct sk_buff *skb)
 
 	skb_push(skb, ETH_HLEN);
 	jix_skb_dump(skb);
-	mask = jix_fwd_ports_and_actions(skb, &pa);
+	mask = jix_fwd_ports_and_actions(skb, pk, &pa);
 	jix_dbg(JIX_DBG_TRACE, "[%s]fwd_port_mask = 0x%lx\n", jix_dh_name,
 		(unsigned long)mask);
 	jix_xpon_hwnat_add_flow(skb, mask);
@@ -115,6 +115,7 @@ int jix_multicast_data_handle(struct mc_data *mc)
 {
 	struct sk_buff *skb = mc->param.ptr;
 	static const u8 none[ETH_ALEN];
+	struct jix_pkt pk;
 	const u8 *dst;
 	int ip_type;
 	u8 kind;
@@ -122,7 +123,8 @@ int jix_multicast_data_handle(struct mc_data *mc)
 	jix_dbg(JIX_DBG_TRACE, "[%s]Enter\n", jix_dh_name);
 	if (!skb)
 		return -1;
-	dst = jix_xpon_get_dst_mac(skb);
+	jix_xpon_parse(skb, &pk);
+	dst = pk.dst;
 	if (!jix_xpon_is_multicast_addr(dst)) {
 		if (!dst)
 			dst = none;
@@ -132,14 +134,14 @@ int jix_multicast_data_handle(struct mc_data *mc)
 			dst[5]);
 		return -1;
 	}
-	ip_type = jix_xpon_get_ip_type(skb);
+	ip_type = pk.ip_type;
 	/* Data is forwarded from its Ethernet header, which must lie where
 	 * the driver promises: 14 bytes before the data pointer.
 	 */
-	if (ip_type == JIX_IPPROTO_UDP && jix_xpon_is_data_udp_port(skb) &&
+	if (ip_type == JIX_IPPROTO_UDP && pk.data_port &&
 	    skb_headroom(skb) >= ETH_HLEN &&
 	    skb->data - ETH_HLEN == skb_mac_header(skb))
-		return jix_dh_data(skb);
+		return jix_dh_data(skb, &pk);
 	kind = jix_dh_query_kind(skb, ip_type);
 	if (kind) {
 		int ret = jix_dh_query(skb, kind);

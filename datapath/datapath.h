@@ -59,6 +59,28 @@ void jix_xpon_get_src_and_dst_addr(struct mc_ip_addr *src,
 /* 1 for a PPPoE session frame to an IPv4 or IPv6 multicast group. */
 int jix_xpon_is_pppox_multicast_pkt(struct sk_buff *skb);
 
+/*
+ * One pass over a frame for the per-packet path: everything the handler,
+ * its member-port lookup and its binding ask about the frame, read once
+ * from the MAC header with the same bounds and answers as the functions
+ * above (the comment of each field names the function it stands for).
+ * Valid while the frame's bytes are unchanged.
+ */
+struct jix_pkt {
+	u8 *mac;		/* MAC header, NULL when not set */
+	unsigned int len;	/* jix_xpon_frame_len() */
+	u8 *dst;		/* jix_xpon_get_dst_mac() */
+	int outer_vid;		/* jix_xpon_get_outer_vid() */
+	int pkt_type;		/* jix_xpon_get_packet_type() */
+	unsigned int nh;	/* network header offset; 0: none */
+	int ip_type;		/* jix_xpon_get_ip_type() */
+	int data_port;		/* jix_xpon_is_data_udp_port() */
+	struct mc_ip_addr src;	/* jix_xpon_get_src_and_dst_addr() into */
+	struct mc_ip_addr grp;	/* cleared records */
+};
+
+void jix_xpon_parse(struct sk_buff *skb, struct jix_pkt *pk);
+
 /* ---- member ports (portmask.c) ---- */
 /*
  * OR the port bits of every forwarding entry that the frame belongs to
@@ -75,7 +97,7 @@ void quor_mcst_get_fwd_mask(struct sk_buff *skb, u32 vid, u64 *mask);
 struct jix_port_actions;
 /* The data handler's member ports (flooded with snooping off) and their
  * VLAN actions, under one hold of igmp_fdb_lock (bottom halves disabled). */
-u64 jix_fwd_ports_and_actions(struct sk_buff *skb,
+u64 jix_fwd_ports_and_actions(struct sk_buff *skb, const struct jix_pkt *pk,
 			      struct jix_port_actions *pa);
 
 #endif /* JIX_DATAPATH_H */

@@ -32,6 +32,21 @@ static void jix_fwd_key_of(struct sk_buff *skb, int vid,
 	k->vid = vid;
 }
 
+/* The same key from the frame's parse. */
+static void jix_fwd_key_of_pkt(struct sk_buff *skb, const struct jix_pkt *pk,
+			       struct jix_fwd_key *k)
+{
+	int (*to_foe)(struct sk_buff *skb) = READ_ONCE(hwnat_skb_to_foe_hook);
+
+	memset(k, 0, sizeof(*k));
+	k->flow_idx = to_foe ? to_foe(skb) : -1;
+	if (pk->dst)
+		memcpy(k->grp_mac, pk->dst, ETH_ALEN);
+	k->src_ip = pk->src;
+	k->grp_ip = pk->grp;
+	k->vid = pk->outer_vid;
+}
+
 /*
  * One address line: "[func]a.b.c.d\n", or for IPv6 sixteen "%02X" with a
  * ":" after bytes 1, 3, .. 13.  With @each the function's name goes in
@@ -221,7 +236,7 @@ static u64 jix_fwd_flood_mask(void)
  * jix_xpon_get_port_vlan_action would find it for each copy), all under a
  * single hold of igmp_fdb_lock.  Returns the mask.
  */
-u64 jix_fwd_ports_and_actions(struct sk_buff *skb,
+u64 jix_fwd_ports_and_actions(struct sk_buff *skb, const struct jix_pkt *pk,
 			      struct jix_port_actions *pa)
 {
 	struct igmp_fdb_entry *found[32];
@@ -232,12 +247,11 @@ u64 jix_fwd_ports_and_actions(struct sk_buff *skb,
 	u32 ports;
 	int p;
 
-	jix_fwd_key_of(skb, jix_xpon_get_outer_vid(skb), &k);
+	jix_fwd_key_of_pkt(skb, pk, &k);
 	if (READ_ONCE(quor_mc_debug_level) >= JIX_DBG_TRACE)
 		jix_fwd_print_key("igmp_get_fwd_portmask", &k, false);
-	jix_xpon_port_key_of(skb, &key);
+	jix_xpon_port_key_of_pkt(pk, &key);
 	pa->found = 0;
-	memset(pa->act, 0, sizeof(pa->act));
 
 	spin_lock_bh(&igmp_fdb_lock);
 	mode = READ_ONCE(igmp_filter_mode);

@@ -44,6 +44,17 @@ void jix_xpon_port_key_of(struct sk_buff *skb, struct igmp_entry_info *key)
 		memcpy(key->grp_mac, skb_mac_header(skb), ETH_ALEN);
 }
 
+void jix_xpon_port_key_of_pkt(const struct jix_pkt *pk,
+			      struct igmp_entry_info *key)
+{
+	memset(key, 0, sizeof(*key));
+	key->vlan = (s16)pk->outer_vid;
+	key->src_ip = pk->src;
+	key->grp_ip = pk->grp;
+	if (pk->dst)
+		memcpy(key->grp_mac, pk->dst, ETH_ALEN);
+}
+
 int jix_xpon_get_port_vlan_action(u8 port, struct sk_buff *skb,
 				  struct vlan_action *action)
 {
@@ -124,6 +135,9 @@ static void jix_xpon_xmit_copy(struct sk_buff *copy, u8 p)
 	dev_put(dev);
 }
 
+/* The action of a port without an entry. */
+static const struct vlan_action jix_no_action;
+
 /* One copy per port of @mask; actions from @pa, or looked up per copy. */
 static int jix_xpon_fwd(struct sk_buff *skb, u64 mask,
 			const struct jix_port_actions *pa)
@@ -142,11 +156,14 @@ static int jix_xpon_fwd(struct sk_buff *skb, u64 mask,
 		if (!copy)
 			continue;
 		if (pa) {
+			bool found = (pa->found >> p) & 1;
+
 			jix_dbg(JIX_DBG_TRACE,
 				"[%s]data_vlan_handle: port id = %lu\n",
 				"jix_xpon_data_vlan_handle", (unsigned long)p);
-			jix_xpon_data_vlan_apply(copy, p, &pa->act[p],
-						 (pa->found >> p) & 1 ? 1 : -1);
+			jix_xpon_data_vlan_apply(copy, p,
+						 found ? &pa->act[p] : &jix_no_action,
+						 found ? 1 : -1);
 		} else {
 			jix_xpon_data_vlan_handle(copy, p);
 		}

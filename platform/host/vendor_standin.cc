@@ -6,9 +6,11 @@
  */
 #include "host_emul.h"
 
+#include <atomic>
 #include <map>
 #include <mutex>
 #include <set>
+#include <vector>
 
 /* Records exchanged with the built-in services. */
 #define CNT_POOL_CMD_TAKE	19
@@ -52,6 +54,23 @@ struct hw_counter {
 
 std::mutex vendor_mtx;
 LIST_HEAD(hooks);
+
+/*
+ * What __QUOR_HOOK() reads: an immutable copy of the registry, published
+ * whole after every change, so that callers walk it without a lock and in
+ * parallel (the stand-in module walks its list under RCU).  A replaced
+ * copy is kept until vendor_reset(), when no call can be running: a caller
+ * may still be walking it, as an RCU reader may still walk an unlinked
+ * node.
+ */
+struct hook_snap {
+	std::vector<struct quor_hook_ops *> ops;
+	const hook_snap *retired_next;	/* chain of replaced copies */
+};
+
+/* Plain pointers, so that the copies stay reachable until exit. */
+std::atomic<const hook_snap *> hook_view{nullptr};
+const hook_snap *hook_retired;		/* under vendor_mtx */
 int register_fail_err;
 std::set<unsigned int> taken;
 std::map<unsigned int, hw_counter> counters;
@@ -74,6 +93,23 @@ void put64(void *rec, size_t off, u64 v)
 {
 	put32(rec, off, (u32)v);
 	put32(rec, off + 4, (u32)(v >> 32));
+}
+
+/* Caller holds vendor_mtx: publish the registry as it now is. */
+void hook_publish()
+{
+	hook_snap *snap = new hook_snap;
+	struct quor_hook_ops *o;
+
+	snap->retired_next = NULL;
+	list_for_each_entry(o, &hooks, list)
+		snap->ops.push_back(o);
+	hook_snap *old = const_cast<hook_snap *>(
+		hook_view.exchange(snap, std::memory_order_acq_rel));
+	if (old) {
+		old->retired_next = hook_retired;
+		hook_retired = old;
+	}
 }
 
 /* Caller holds vendor_mtx. */
@@ -149,6 +185,13 @@ void vendor_reset()
 	{
 		std::lock_guard<std::mutex> g(vendor_mtx);
 		INIT_LIST_HEAD(&hooks);
+		hook_publish();
+		while (hook_retired) {
+			const hook_snap *old = hook_retired;
+
+			hook_retired = old->retired_next;
+			delete old;
+		}
 		register_fail_err = 0;
 		taken.clear();
 		counters.clear();
@@ -176,6 +219,7 @@ int quor_register_hook(struct quor_hook_ops *ops)
 		if (o == ops)
 			return -EEXIST;
 	list_add_tail(&ops->list, &hooks);
+	hook_publish();
 	return 0;
 }
 
@@ -187,18 +231,24 @@ void quor_unregister_hook(struct quor_hook_ops *ops)
 	list_for_each_entry(o, &hooks, list) {
 		if (o == ops) {
 			list_del(&ops->list);
+			hook_publish();
 			return;
 		}
 	}
 	WARN_ON(1);	/* not registered */
 }
 
-/* Hooks run without the registry lock: they may call back in here. */
+/*
+ * The built-in services keep their state under vendor_mtx.  Registered
+ * hooks are found in the published registry without any lock and run
+ * without one: they may call back in here, and several processors may be
+ * in here at once.
+ */
 int __QUOR_HOOK(unsigned int type, unsigned int subtype, void *data)
 {
-	std::unique_lock<std::mutex> g(vendor_mtx);
-
 	if (subtype == 0) {
+		std::lock_guard<std::mutex> g(vendor_mtx);
+
 		switch (type) {
 		case QUOR_HOOK_TYPE_CNT_POOL:
 			return counter_pool(data);
@@ -208,11 +258,15 @@ int __QUOR_HOOK(unsigned int type, unsigned int subtype, void *data)
 			return switch_port(data);
 		}
 	}
-	struct quor_hook_ops *ops = hook_find(type, subtype);
-	int (*fn)(void *) = ops ? ops->hookfn : NULL;
+	const hook_snap *snap = hook_view.load(std::memory_order_acquire);
 
-	g.unlock();
-	return fn ? fn(data) : -1;
+	if (!snap)
+		return -1;
+	for (struct quor_hook_ops *ops : snap->ops) {
+		if (ops->hook_type == type && ops->hook_subtype == subtype)
+			return ops->hookfn ? ops->hookfn(data) : -1;
+	}
+	return -1;
 }
 
 struct quor_hook_ops *host_quor_find(unsigned int type, unsigned int subtype)
