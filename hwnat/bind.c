@@ -81,15 +81,51 @@ static u32 hwnat_frame_addrs(struct sk_buff *skb, int type, u8 *grp, u8 *src)
 	return proto;
 }
 
-static void hwnat_fill_tags(struct hwnat_flow_entry *e,
-			    const struct hwnat_tags *tags)
+/* What a data frame binds: the fields of its flow record. */
+static void hwnat_fill(struct hwnat_flow_entry *e, u32 proto, s32 index,
+		       int vid, u64 mask, const struct hwnat_tags *tags)
 {
+	e->proto = proto;
+	e->index = index;
+	e->vid = (s16)vid;
+	e->wifi_num = (s16)hweight64(mask & HWNAT_WIFI_BITS);
+	e->mask = mask;
 	if (tags->num != 1 && tags->num != 2)
 		return;
 	e->tag_num = tags->num;
 	e->outer_tag = tags->word[0];
 	if (tags->num == 2)
 		e->inner_tag = tags->word[1];
+}
+
+/* Whether @old was bound from a frame of the same flow as @want. */
+static bool hwnat_same_flow(const struct hwnat_flow_entry *old,
+			    const struct hwnat_flow_entry *want)
+{
+	return old->proto == want->proto && old->vid == want->vid &&
+	       old->tag_num == want->tag_num &&
+	       old->outer_tag == want->outer_tag &&
+	       old->inner_tag == want->inner_tag &&
+	       !memcmp(old->grp_addr, want->grp_addr, sizeof(old->grp_addr)) &&
+	       !memcmp(old->src_addr, want->src_addr, sizeof(old->src_addr));
+}
+
+/*
+ * The common case: the index's record already describes this flow, so it
+ * only takes the frame's mask and starts aging again, as a new record
+ * would.  Caller holds hwnat_flow_lock.  False when a new record is due.
+ */
+static bool hwnat_rebind(const struct hwnat_flow_entry *want)
+{
+	struct hwnat_flow_entry *old = hwnat_rec_find(&hwnat_flows, want->index);
+
+	if (!old || !hwnat_same_flow(old, want) ||
+	    !hwnat_rec_refresh(&hwnat_flows, old))
+		return false;
+	old->wifi_num = want->wifi_num;
+	if (old->mask != want->mask)
+		WRITE_ONCE(old->mask, want->mask);
+	return true;
 }
 
 /* The group's hardware counter, marked into the frame for the engine. */
@@ -114,8 +150,7 @@ static void hwnat_unbind(s32 index)
 void jix_xpon_hwnat_add_flow(struct sk_buff *skb, u64 mask)
 {
 	int (*to_foe)(struct sk_buff *skb) = READ_ONCE(hwnat_skb_to_foe_hook);
-	u8 grp[16] = { 0 }, src[16] = { 0 };
-	struct hwnat_flow_entry *e;
+	struct hwnat_flow_entry want, *e;
 	struct hwnat_tags tags;
 	int index, type, vid;
 	u32 proto;
@@ -133,26 +168,35 @@ void jix_xpon_hwnat_add_flow(struct sk_buff *skb, u64 mask)
 	type = jix_xpon_get_packet_type(skb);
 	vid = jix_xpon_get_outer_vid(skb);
 	hwnat_collect_tags(skb, &tags);
-	proto = hwnat_frame_addrs(skb, type, grp, src);
+	memset(&want, 0, sizeof(want));
+	proto = hwnat_frame_addrs(skb, type, want.grp_addr, want.src_addr);
 	if (!proto) {
 		jix_dbg(JIX_DBG_ACNT, "[%s]eth_type(%x) is not support!\n",
 			"jix_xpon_hwnat_add_flow", type);
 		return;
 	}
+	hwnat_fill(&want, proto, index, vid, mask, &tags);
+
+	spin_lock(&hwnat_flow_lock);
+	if (hwnat_rebind(&want)) {
+		hwnat_mark_acnt(skb, want.grp_addr);
+		jix_dbg(JIX_DBG_TRACE, "[%s]Add an entry\n",
+			"jix_xpon_hwnat_add_flow");
+		spin_unlock(&hwnat_flow_lock);
+		hwnat_drop_forget(index);
+		return;
+	}
+	spin_unlock(&hwnat_flow_lock);
+
 	e = hwnat_rec_alloc();
 	if (!e) {
 		jix_dbg(JIX_DBG_ERR, "[%s]Not enough memory!\n",
 			"jix_xpon_hwnat_add_flow");
 		return;
 	}
-	e->proto = proto;
-	e->index = index;
-	e->vid = (s16)vid;
-	e->wifi_num = (s16)hweight64(mask & HWNAT_WIFI_BITS);
-	e->mask = mask;
-	hwnat_fill_tags(e, &tags);
-	memcpy(e->grp_addr, grp, sizeof(grp));
-	memcpy(e->src_addr, src, sizeof(src));
+	hwnat_fill(e, proto, index, vid, mask, &tags);
+	memcpy(e->grp_addr, want.grp_addr, sizeof(want.grp_addr));
+	memcpy(e->src_addr, want.src_addr, sizeof(want.src_addr));
 
 	spin_lock(&hwnat_flow_lock);
 	hwnat_flow_forget(index);

@@ -140,24 +140,20 @@ static void jix_xpon_hwnat_drop_timeout(struct timer_list *t)
 static bool jix_xpon_hwnat_find_drop_entry(s32 index, const u8 *grp, s16 vid)
 {
 	struct hwnat_flow_entry *e;
-	bool found = false;
 
 	if (index <= 0)
 		return false;
 	spin_lock(&hwnat_drop_lock);
-	list_for_each_entry(e, &hwnat_drop_list, list) {
-		if (e->index != index)
-			continue;
+	e = hwnat_rec_find(&hwnat_drops, index);
+	if (e) {
 		e->vid = vid;
 		if (e->proto == HWNAT_PROTO_IPV6)
 			memcpy(e->grp_addr, grp, 16);
 		else if (e->proto == HWNAT_PROTO_IPV4)
 			memcpy(e->grp_addr, grp, 4);
-		found = true;
-		break;
 	}
 	spin_unlock(&hwnat_drop_lock);
-	return found;
+	return e != NULL;
 }
 
 /* A drop record made from the frame; the flow's records go quietly. */
@@ -240,12 +236,18 @@ void jix_xpon_hwnat_flow_to_drop(const struct hwnat_flow_entry *flow)
 
 void hwnat_drop_forget(s32 index)
 {
-	struct hwnat_flow_entry *e, *n;
+	struct hwnat_rec *r, *n;
 
+	/*
+	 * Most data frames find no drop record at all.  A record added on
+	 * another processor after this look belongs to a frame of the same
+	 * flow that raced this one; either order is a valid outcome.
+	 */
+	if (hwnat_table_empty(&hwnat_drops))
+		return;
 	spin_lock(&hwnat_drop_lock);
-	list_for_each_entry_safe(e, n, &hwnat_drop_list, list)
-		if (e->index == index)
-			hwnat_rec_remove(&hwnat_drops, e);
+	hwnat_for_each_of_index(&hwnat_drops, r, n, index)
+		hwnat_rec_remove(&hwnat_drops, &r->e);
 	spin_unlock(&hwnat_drop_lock);
 }
 

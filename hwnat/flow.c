@@ -52,11 +52,10 @@ static void jix_xpon_hwnat_free_flow(struct hwnat_flow_entry *e)
 
 void hwnat_flow_forget(s32 index)
 {
-	struct hwnat_flow_entry *e, *n;
+	struct hwnat_rec *r, *n;
 
-	list_for_each_entry_safe(e, n, &hwnat_flow_list, list)
-		if (e->index == index)
-			hwnat_rec_remove(&hwnat_flows, e);
+	hwnat_for_each_of_index(&hwnat_flows, r, n, index)
+		hwnat_rec_remove(&hwnat_flows, &r->e);
 }
 
 /*
@@ -155,16 +154,16 @@ static void hwnat_flow_to_drop_entry(struct hwnat_flow_entry *e, u32 flow_idx)
 void quor_update_hwnat_entry(u32 flow_idx, u64 mask)
 {
 	s16 wifi = (s16)hweight64(mask & HWNAT_WIFI_BITS);
-	struct hwnat_flow_entry *e, *n;
+	struct hwnat_rec *r, *n;
 	u64 sw = 0;
 
 	/* The switch mask only feeds a trace: ask the framework only then. */
 	if (READ_ONCE(quor_mc_debug_level) >= JIX_DBG_TRACE)
 		sw = quor_get_switch_mask(mask);
 	spin_lock_bh(&hwnat_flow_lock);
-	list_for_each_entry_safe(e, n, &hwnat_flow_list, list) {
-		if ((u32)e->index != flow_idx)
-			continue;
+	hwnat_for_each_of_index(&hwnat_flows, r, n, (s32)flow_idx) {
+		struct hwnat_flow_entry *e = &r->e;
+
 		e->wifi_num = wifi;
 		e->mask = mask;
 		jix_dbg(JIX_DBG_TRACE,
@@ -180,20 +179,21 @@ void quor_update_hwnat_entry(u32 flow_idx, u64 mask)
 }
 
 /*
- * The tags flow @flow_idx was learned with; false when it has no record.
- * The flow list holds at most one record per index.
+ * The tags flow @flow_idx was learned with (@tag_num may be NULL); the
+ * last record of the index wins.  False when it has no record.
  */
-bool jix_hwnat_learned_tags(s32 flow_idx, u32 *outer, u32 *inner)
+bool jix_hwnat_learned_tags(s32 flow_idx, u32 *outer, u32 *inner,
+			    u32 *tag_num)
 {
-	struct hwnat_flow_entry *e;
+	struct hwnat_rec *r, *n;
 	bool found = false;
 
 	spin_lock_bh(&hwnat_flow_lock);
-	list_for_each_entry(e, &hwnat_flow_list, list) {
-		if (e->index != flow_idx)
-			continue;
-		*outer = e->outer_tag;
-		*inner = e->inner_tag;
+	hwnat_for_each_of_index(&hwnat_flows, r, n, flow_idx) {
+		*outer = r->e.outer_tag;
+		*inner = r->e.inner_tag;
+		if (tag_num)
+			*tag_num = r->e.tag_num;
 		found = true;
 	}
 	spin_unlock_bh(&hwnat_flow_lock);
@@ -209,7 +209,7 @@ void quor_mcst_hwnat_update_vlan(u32 flow_idx)
 	int (*update)(int index, unsigned int outer, unsigned int inner);
 	u32 outer = 0, inner = 0;
 
-	if (!jix_hwnat_learned_tags((s32)flow_idx, &outer, &inner))
+	if (!jix_hwnat_learned_tags((s32)flow_idx, &outer, &inner, NULL))
 		return;
 	update = READ_ONCE(ux_sw_nat_hook_update_vlan);
 	if (update)
@@ -218,12 +218,11 @@ void quor_mcst_hwnat_update_vlan(u32 flow_idx)
 
 void jix_xpon_hwnat_del_flow_by_index(s32 flow_idx)
 {
-	struct hwnat_flow_entry *e, *n;
+	struct hwnat_rec *r, *n;
 
 	spin_lock_bh(&hwnat_flow_lock);
-	list_for_each_entry_safe(e, n, &hwnat_flow_list, list)
-		if (e->index == flow_idx)
-			jix_xpon_hwnat_free_flow(e);
+	hwnat_for_each_of_index(&hwnat_flows, r, n, flow_idx)
+		jix_xpon_hwnat_free_flow(&r->e);
 	spin_unlock_bh(&hwnat_flow_lock);
 }
 
@@ -250,16 +249,6 @@ void jix_xpon_hwnat_clear_flows(void)
 	spin_unlock_bh(&hwnat_flow_lock);
 }
 
-static struct hwnat_flow_entry *hwnat_find(struct list_head *head, int index)
-{
-	struct hwnat_flow_entry *e;
-
-	list_for_each_entry(e, head, list)
-		if (e->index == index)
-			return e;
-	return NULL;
-}
-
 /*
  * First record of @head (the flow or the drop list, under its own lock)
  * with @index.  The record may be freed as soon as the lock is released:
@@ -269,19 +258,19 @@ struct hwnat_flow_entry *jix_xpon_hwnat_find_entry(struct list_head *head,
 						   int index)
 {
 	struct hwnat_flow_entry *e;
-	spinlock_t *lock;
+	struct hwnat_table *t;
 
 	if (!head || index <= 0)
 		return NULL;
 	if (head == &hwnat_flow_list)
-		lock = &hwnat_flow_lock;
+		t = &hwnat_flows;
 	else if (head == &hwnat_drop_list)
-		lock = &hwnat_drop_lock;
+		t = &hwnat_drops;
 	else
 		return NULL;
-	spin_lock_bh(lock);
-	e = hwnat_find(head, index);
-	spin_unlock_bh(lock);
+	spin_lock_bh(t->lock);
+	e = hwnat_rec_find(t, index);
+	spin_unlock_bh(t->lock);
 	return e;
 }
 
@@ -293,7 +282,7 @@ struct hwnat_flow_entry *jix_xpon_hwnat_find_speed_entry(int index)
 	if (index <= 0)
 		return NULL;
 	spin_lock(&hwnat_flow_lock);
-	e = hwnat_find(&hwnat_flow_list, index);
+	e = hwnat_rec_find(&hwnat_flows, index);
 	spin_unlock(&hwnat_flow_lock);
 	return e;
 }

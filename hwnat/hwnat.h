@@ -23,7 +23,8 @@ void jix_hwnat_release_all(void);
 /* ---- control paths: process context or softirq, no lock held ---- */
 /* Records of @flow_idx take @mask; mask 0 turns them into drop records. */
 void quor_update_hwnat_entry(u32 flow_idx, u64 mask);
-bool jix_hwnat_learned_tags(s32 flow_idx, u32 *outer, u32 *inner);
+bool jix_hwnat_learned_tags(s32 flow_idx, u32 *outer, u32 *inner,
+			    u32 *tag_num);
 void quor_mcst_hwnat_update_vlan(u32 flow_idx);
 void quor_mcst_hwnat_update_dp(u32 flow_idx, int port);
 u64 quor_get_switch_mask(u64 mask);

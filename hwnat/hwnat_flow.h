@@ -88,13 +88,47 @@ extern struct list_head hwnat_flow_list;
 extern spinlock_t hwnat_drop_lock;
 extern struct list_head hwnat_drop_list;
 
-/* A list of records with its lock and its parked orphans. */
+/*
+ * The module's allocation around a record: the record first (the driver
+ * sees only its 184 bytes), then the link into its table's index.
+ */
+struct hwnat_rec {
+	struct hwnat_flow_entry e;
+	struct list_head by_index;	/* in hwnat_bucket(table, e.index) */
+};
+
+static inline struct hwnat_rec *hwnat_rec_of(struct hwnat_flow_entry *e)
+{
+	return container_of(e, struct hwnat_rec, e);
+}
+
+#define HWNAT_INDEX_BITS	10
+
+/*
+ * A list of records with its lock, its parked orphans and an index by
+ * flow index.  Within a bucket, records keep their order on the list.
+ */
 struct hwnat_table {
 	spinlock_t *lock;
 	struct list_head *list;
 	struct list_head orphans;
 	bool open;		/* false from module stop on: nothing is added */
+	unsigned int count;	/* records on the list; written under the lock */
+	struct list_head index[1 << HWNAT_INDEX_BITS];
 };
+
+static inline struct list_head *hwnat_bucket(struct hwnat_table *t, s32 index)
+{
+	return &t->index[(u32)index & ((1U << HWNAT_INDEX_BITS) - 1)];
+}
+
+/*
+ * Walk the records of flow index @idx in @t (caller holds its lock);
+ * @r may be removed inside the loop.
+ */
+#define hwnat_for_each_of_index(t, r, n, idx)				\
+	list_for_each_entry_safe(r, n, hwnat_bucket(t, idx), by_index)	\
+		if ((r)->e.index != (idx)) {} else
 
 extern struct hwnat_table hwnat_flows;
 extern struct hwnat_table hwnat_drops;
@@ -111,6 +145,19 @@ bool hwnat_rec_add(struct hwnat_table *t, struct hwnat_flow_entry *e,
 		   void (*fn)(struct timer_list *));
 /* Stop the timer, unlink and free (or park for a running expiry). */
 void hwnat_rec_remove(struct hwnat_table *t, struct hwnat_flow_entry *e);
+/* First record of @index on @t's list, or NULL. */
+struct hwnat_flow_entry *hwnat_rec_find(struct hwnat_table *t, s32 index);
+/*
+ * A packet path found @e still describing its flow: it goes to the tail of
+ * the list, as a new record would, and its aging starts again.  False,
+ * with nothing changed, when its expiry is already in flight.
+ */
+bool hwnat_rec_refresh(struct hwnat_table *t, struct hwnat_flow_entry *e);
+/* Whether @t holds any record; read without the lock, a hint only. */
+static inline bool hwnat_table_empty(struct hwnat_table *t)
+{
+	return !READ_ONCE(t->count);
+}
 /*
  * First step of an expiry, under the lock: true when the record is live
  * and the expiry is to act on it (then it must either re-arm it with

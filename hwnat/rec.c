@@ -38,28 +38,74 @@ static unsigned long hwnat_aging_expiry(void)
 
 struct hwnat_flow_entry *hwnat_rec_alloc(void)
 {
-	return kzalloc(sizeof(struct hwnat_flow_entry), GFP_ATOMIC);
+	struct hwnat_rec *r = kzalloc(sizeof(*r), GFP_ATOMIC);
+
+	return r ? &r->e : NULL;
+}
+
+static void hwnat_rec_free(struct hwnat_flow_entry *e)
+{
+	kfree(hwnat_rec_of(e));
+}
+
+/* Off the list and the index; caller holds the lock. */
+static void hwnat_rec_unlink(struct hwnat_table *t, struct hwnat_flow_entry *e)
+{
+	list_del(&e->list);
+	list_del(&hwnat_rec_of(e)->by_index);
+	WRITE_ONCE(t->count, t->count - 1);
 }
 
 bool hwnat_rec_add(struct hwnat_table *t, struct hwnat_flow_entry *e,
 		   void (*fn)(struct timer_list *))
 {
 	if (!t->open) {
-		kfree(e);
+		hwnat_rec_free(e);
 		return false;
 	}
 	e->life = HWNAT_LIVE;
 	timer_setup(&e->timer, fn, 0);
 	list_add_tail(&e->list, t->list);
+	list_add_tail(&hwnat_rec_of(e)->by_index, hwnat_bucket(t, e->index));
+	WRITE_ONCE(t->count, t->count + 1);
 	mod_timer(&e->timer, hwnat_aging_expiry());
+	return true;
+}
+
+struct hwnat_flow_entry *hwnat_rec_find(struct hwnat_table *t, s32 index)
+{
+	struct hwnat_rec *r, *n;
+
+	hwnat_for_each_of_index(t, r, n, index)
+		return &r->e;
+	return NULL;
+}
+
+/*
+ * Only the expiry re-arms a timer that has fired, so a record whose timer
+ * is pending here, under the lock, has no expiry in flight, and moving
+ * its expiry keeps it so.  Within the same second the expiry is unchanged
+ * and the timer is left alone.
+ */
+bool hwnat_rec_refresh(struct hwnat_table *t, struct hwnat_flow_entry *e)
+{
+	unsigned long expires = hwnat_aging_expiry();
+
+	if (e->life != HWNAT_LIVE || !timer_pending(&e->timer))
+		return false;
+	if (e->timer.expires != expires &&
+	    !mod_timer_pending(&e->timer, expires))
+		return false;
+	list_move_tail(&e->list, t->list);
+	list_move_tail(&hwnat_rec_of(e)->by_index, hwnat_bucket(t, e->index));
 	return true;
 }
 
 void hwnat_rec_remove(struct hwnat_table *t, struct hwnat_flow_entry *e)
 {
-	list_del(&e->list);
+	hwnat_rec_unlink(t, e);
 	if (del_timer(&e->timer) || e->life == HWNAT_EXPIRING) {
-		kfree(e);
+		hwnat_rec_free(e);
 		return;
 	}
 	/* The expiry is waiting for the lock; it frees the record. */
@@ -75,7 +121,7 @@ bool hwnat_rec_expiry_begin(struct hwnat_table *t, struct hwnat_flow_entry *e)
 		return true;
 	case HWNAT_ORPHAN:
 		list_del(&e->list);
-		kfree(e);
+		hwnat_rec_free(e);
 		return false;
 	default:
 		/* Module stop owns it and waits for this run to end. */
@@ -91,9 +137,14 @@ void hwnat_rec_rearm(struct hwnat_flow_entry *e)
 
 static void hwnat_table_open(struct hwnat_table *t)
 {
+	unsigned int i;
+
 	spin_lock_bh(t->lock);
 	INIT_LIST_HEAD(t->list);
 	INIT_LIST_HEAD(&t->orphans);
+	for (i = 0; i < ARRAY_SIZE(t->index); i++)
+		INIT_LIST_HEAD(&t->index[i]);
+	WRITE_ONCE(t->count, 0);
 	t->open = true;
 	spin_unlock_bh(t->lock);
 }
@@ -105,8 +156,11 @@ static void hwnat_table_close(struct hwnat_table *t, struct list_head *gone)
 
 	spin_lock_bh(t->lock);
 	t->open = false;
-	list_for_each_entry(e, t->list, list)
+	list_for_each_entry(e, t->list, list) {
 		e->life = HWNAT_RELEASED;
+		list_del_init(&hwnat_rec_of(e)->by_index);
+	}
+	WRITE_ONCE(t->count, 0);
 	list_for_each_entry(e, &t->orphans, list)
 		e->life = HWNAT_RELEASED;
 	list_splice_tail_init(t->list, gone);
@@ -137,6 +191,6 @@ void jix_hwnat_release_all(void)
 	list_for_each_entry_safe(e, n, &gone, list) {
 		list_del(&e->list);
 		del_timer_sync(&e->timer);
-		kfree(e);
+		hwnat_rec_free(e);
 	}
 }

@@ -8,7 +8,7 @@
  */
 #include "vlan.h"
 #include "fdb/fdb.h"
-#include "hwnat/hwnat_flow.h"
+#include "hwnat/hwnat.h"
 
 #define TAG_WORD(tci)	((u32)JIX_VLAN_TPID_8021Q << 16 | (tci))
 
@@ -40,17 +40,7 @@ int quor_get_entry_vlan_action(u64 mask, struct vlan_action *action)
 /* The learned tags of the flow; the last record of the index wins. */
 void quor_mcst_get_skb_vlan(u32 flow_idx, u32 *outer, u32 *inner, u32 *tag_num)
 {
-	struct hwnat_flow_entry *f;
-
-	spin_lock_bh(&hwnat_flow_lock);
-	list_for_each_entry(f, &hwnat_flow_list, list) {
-		if ((u32)f->index != flow_idx)
-			continue;
-		*outer = f->outer_tag;
-		*inner = f->inner_tag;
-		*tag_num = f->tag_num;
-	}
-	spin_unlock_bh(&hwnat_flow_lock);
+	jix_hwnat_learned_tags((s32)flow_idx, outer, inner, tag_num);
 }
 
 /* Replace a tag word's VID (and with @remark its priority bits). */

@@ -39,7 +39,7 @@ u32 quor_get_skb_original_vid(struct sk_buff *skb)
 
 	if (idx < 0)
 		return 0;
-	jix_hwnat_learned_tags(idx, &outer, &inner);
+	jix_hwnat_learned_tags(idx, &outer, &inner, NULL);
 	return outer & JIX_VID_NONE;
 }
 

@@ -163,6 +163,13 @@ static inline void list_del_init(struct list_head *e)
 	INIT_LIST_HEAD(e);
 }
 
+static inline void list_move_tail(struct list_head *e, struct list_head *head)
+{
+	e->next->prev = e->prev;
+	WRITE_ONCE(e->prev->next, e->next);
+	list_add_tail(e, head);
+}
+
 static inline int list_empty(const struct list_head *h)
 {
 	return READ_ONCE(h->next) == h;
@@ -346,6 +353,8 @@ void timer_setup(struct timer_list *t, void (*fn)(struct timer_list *),
 		 unsigned int flags);
 /* Returns 1 when the timer was pending, 0 otherwise. */
 int mod_timer(struct timer_list *t, unsigned long expires);
+/* mod_timer() of a pending timer only; returns 0, changing nothing, else. */
+int mod_timer_pending(struct timer_list *t, unsigned long expires);
 int del_timer(struct timer_list *t);
 /* Also waits for a run of the timer function on another thread to end. */
 int del_timer_sync(struct timer_list *t);

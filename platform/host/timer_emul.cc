@@ -225,6 +225,20 @@ int mod_timer(struct timer_list *t, unsigned long expires)
 	return was;
 }
 
+int mod_timer_pending(struct timer_list *t, unsigned long expires)
+{
+	std::lock_guard<std::mutex> g(timer_mtx);
+
+	if (!pending.count(t))
+		return 0;
+	note_rearm(t);
+	if (t->expires != expires) {
+		t->expires = expires;
+		pending[t] = ++arm_seq;
+	}
+	return 1;
+}
+
 int del_timer(struct timer_list *t)
 {
 	std::lock_guard<std::mutex> g(timer_mtx);

@@ -57,31 +57,21 @@ void CtrlVlan::SetUp()
 
 void CtrlVlan::TearDown()
 {
-	hwnat_flow_entry *f, *n;
-
-	spin_lock_bh(&hwnat_flow_lock);
-	list_for_each_entry_safe(f, n, &hwnat_flow_list, list) {
-		del_timer(&f->timer);
-		list_del(&f->list);
-		kfree(f);
-	}
-	spin_unlock_bh(&hwnat_flow_lock);
 	host_hwnat_reset();
 	ModuleTest::TearDown();
 }
 
 void CtrlVlan::flow(s32 index, u32 tag_num, u32 outer, u32 inner)
 {
-	auto *f = (hwnat_flow_entry *)kzalloc(sizeof(hwnat_flow_entry), GFP_KERNEL);
+	hwnat_flow_entry *f = hwnat_rec_alloc();
 
-	timer_setup(&f->timer, no_timer, 0);
 	f->index = index;
 	f->tag_num = tag_num;
 	f->outer_tag = outer;
 	f->inner_tag = inner;
 	f->mask = 1;
 	spin_lock_bh(&hwnat_flow_lock);
-	list_add_tail(&f->list, &hwnat_flow_list);
+	hwnat_rec_add(&hwnat_flows, f, no_timer);	// freed at module stop
 	spin_unlock_bh(&hwnat_flow_lock);
 }
 

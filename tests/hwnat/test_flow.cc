@@ -93,14 +93,58 @@ TEST_F(Hwnat, UnsupportedFramesMissingIndexOrMemoryBindNothing)
 	EXPECT_TRUE(flows().empty());
 	EXPECT_EQ(1, mcst_acnt[0].valid);	// no counter bound either
 
-	// A failed allocation keeps the older record of the index.
+	// A failed allocation for another flow of the index keeps the older
+	// record.
 	hw::install();
 	hw::drv.foe = 7;
 	bind(v4("239.1.1.1"), 0x1);
-	bind(v4("239.1.1.1"), 0x3, true);
+	bind(v4("239.1.1.2"), 0x3, true);
 	EXPECT_EQ("[jix_xpon_hwnat_add_flow]Not enough memory!\n", log_take());
 	ASSERT_EQ(1u, flows().size());
 	EXPECT_EQ(0x1u, flows()[0].mask);
+	EXPECT_EQ(0, memcmp(flows()[0].grp_addr, addr("239.1.1.1").data(), 4));
+}
+
+// Frames of a bound flow keep its record: it takes their mask, ages
+// again from the latest frame and goes to the tail, without allocating.
+// Any other flow on the same index (group, source or tags) replaces it.
+TEST_F(Hwnat, FramesOfABoundFlowRefreshItsRecordInPlace)
+{
+	bind(v4("239.1.1.1"), 0x1);
+	hwnat_flow_entry *first = jix_xpon_hwnat_find_speed_entry(7);
+	hw::drv.foe = 8;
+	bind(v4("239.1.1.2"), 0x1);
+	hw::drv.foe = 7;
+	host_jiffies_advance(2000);
+	long live = host_alloc_live();
+	bind(v4("239.1.1.1"), 0x10006);
+	EXPECT_EQ(live, host_alloc_live());
+	EXPECT_EQ(first, jix_xpon_hwnat_find_speed_entry(7));
+	auto f = flows();
+	ASSERT_EQ(2u, f.size());
+	EXPECT_EQ(8, f[0].index);
+	EXPECT_EQ(7, f[1].index);
+	EXPECT_EQ(0x10006u, f[1].mask);
+	EXPECT_EQ(1, f[1].wifi_num);
+	EXPECT_EQ(jiffies + 3000, f[1].timer.expires);
+	EXPECT_EQ(2, host_timers_pending());
+
+	const std::pair<Bytes, const char *> others[] = {
+		{ v4("239.1.1.3"), "239.1.1.3" },
+		{ v4("239.1.1.1", { c_tag }), "239.1.1.1" },
+		{ v6("ff05::1:3"), "ff05::1:3" },
+	};
+	for (const auto &o : others) {
+		bind(o.first, 0x1);
+		f = flows();
+		ASSERT_EQ(2u, f.size());
+		EXPECT_EQ(7, f[1].index);
+		EXPECT_EQ(0x1u, f[1].mask);
+		Bytes g = addr(o.second);
+		EXPECT_EQ(0, memcmp(f[1].grp_addr, g.data(), g.size()));
+	}
+	EXPECT_EQ(0u, f[1].tag_num);	// the IPv6 flow is untagged
+	EXPECT_EQ(2, host_timers_pending());
 }
 
 TEST_F(Hwnat, RebindingReplacesTheRecordAndRestartsItsTimer)

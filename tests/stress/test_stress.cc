@@ -295,6 +295,25 @@ TEST(Stress, SharedStateUnderAllCallers)
 	spin_unlock_bh(&hwnat_flow_lock);
 	for (s32 i : idx)
 		EXPECT_EQ(1u, idx.count(i)) << "flow index " << i;
+	for (hwnat_table *t : { &hwnat_flows, &hwnat_drops }) {
+		size_t listed = 0, indexed = 0;
+		struct hwnat_rec *r, *n;
+		spin_lock_bh(t->lock);
+		list_for_each_entry(f, t->list, list) {
+			bool found = false;
+			listed++;
+			EXPECT_TRUE(timer_pending(&f->timer)) << f->index;
+			hwnat_for_each_of_index(t, r, n, f->index)
+				found |= &r->e == f;
+			EXPECT_TRUE(found) << "index misses " << f->index;
+		}
+		for (auto &bucket : t->index)
+			list_for_each_entry(r, &bucket, by_index)
+				indexed++;
+		EXPECT_EQ(listed, indexed);
+		EXPECT_EQ(listed, t->count);
+		spin_unlock_bh(t->lock);
+	}
 	std::string hw = host_proc_read_all("kv7730/jix_mc_hwnat_entry", 4096);
 	std::string fwd = host_proc_read_all("kv7730/jix_mc_fwd_entry", 4096);
 	EXPECT_NE(std::string::npos, fwd.find("Help info:"));

@@ -61,13 +61,7 @@ protected:
 	}
 	void TearDown() override
 	{
-		for (auto *f : flows) {
-			spin_lock_bh(&hwnat_flow_lock);
-			list_del(&f->list);
-			spin_unlock_bh(&hwnat_flow_lock);
-			kfree(f);
-		}
-		cleanup_module();
+		cleanup_module();	// frees the flow records too
 		host_hwnat_reset();
 		EXPECT_EQ(live0, host_alloc_live());
 		EXPECT_EQ(0u, host_warn_count());
@@ -88,20 +82,18 @@ protected:
 
 	hwnat_flow_entry *flow(s32 index, u32 tags, u32 outer, u32 inner)
 	{
-		auto *f = (hwnat_flow_entry *)kzalloc(sizeof(hwnat_flow_entry), GFP_KERNEL);
+		hwnat_flow_entry *f = hwnat_rec_alloc();
 		f->index = index;
 		f->tag_num = tags;
 		f->outer_tag = outer;
 		f->inner_tag = inner;
 		spin_lock_bh(&hwnat_flow_lock);
-		list_add_tail(&f->list, &hwnat_flow_list);
+		hwnat_rec_add(&hwnat_flows, f, [](timer_list *) {});
 		spin_unlock_bh(&hwnat_flow_lock);
-		flows.push_back(f);
 		return f;
 	}
 
 	long live0 = 0;
-	std::vector<hwnat_flow_entry *> flows;
 };
 
 TEST_F(Vlan, TransparentAndUnknownModesLeaveTheFrame)
