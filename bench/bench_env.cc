@@ -18,12 +18,15 @@ std::atomic<int> foe_idx{1};
 std::atomic<unsigned> foe_next{0};
 int foe_mod;
 
-int fake_foe(struct sk_buff *)
+// The engine gives each programme a flow of its own: with a fixed base,
+// the group MAC's last byte picks the flow (kGroupA: the base itself).
+int fake_foe(struct sk_buff *skb)
 {
 	if (foe_mod > 0)
 		return (int)(foe_next.fetch_add(1, std::memory_order_relaxed) %
 			     (unsigned)foe_mod);
-	return foe_idx.load(std::memory_order_relaxed);
+	return foe_idx.load(std::memory_order_relaxed) +
+	       (skb_mac_header(skb)[5] & 0x0F) - 1;
 }
 
 void fill_mac(igmp_entry_info &e)

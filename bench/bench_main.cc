@@ -190,6 +190,15 @@ void print_table(const Collect &c, int reps, int slow_reps)
 	} else {
 		printf("  (not run)\n");
 	}
+	const Result *b1 = c.get("packet_path_threads_baseline/threads:1");
+	const Result *b2 = c.get("packet_path_threads_baseline/threads:2");
+	if (b1 && b2 && b1->error.empty() && b2->error.empty()) {
+		double f1 = b1->counters.at("items_per_second");
+		double f2 = b2->counters.at("items_per_second");
+		printf("  baseline, the same copies only:\n");
+		printf("  %7d  %14.0f  %10s\n", 1, f1, "1.00");
+		printf("  %7d  %14.0f  %10.2f\n", 2, f2, f2 / f1);
+	}
 
 	printf("\nFlow binding and aging, 10,000 flow records\n");
 	const Result *fb = c.get("flow_bind");

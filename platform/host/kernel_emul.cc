@@ -24,8 +24,57 @@ std::string log_text;
 unsigned long log_levels[8];
 
 /* ---- allocation ---- */
-std::atomic<long> alloc_live{0};
-std::atomic<unsigned long> alloc_attempts{0};
+/*
+ * Live allocations and atomic attempts are counted per thread, as the
+ * kernel counts per CPU, so that threads allocating at once do not share
+ * a cache line; readers add up every thread's counts (threads that ended
+ * included).  Only the owning thread writes its counts.
+ */
+struct alloc_counts {
+	alignas(64) std::atomic<long> live{0};
+	std::atomic<unsigned long> attempts{0};
+};
+std::mutex counts_mtx;
+std::vector<alloc_counts *> all_counts;	/* never freed */
+
+alloc_counts &my_counts()
+{
+	thread_local alloc_counts *mine;
+
+	if (!mine) {
+		mine = new alloc_counts;
+		std::lock_guard<std::mutex> g(counts_mtx);
+		all_counts.push_back(mine);
+	}
+	return *mine;
+}
+
+template <typename T> void bump(std::atomic<T> &c, T by)
+{
+	c.store(c.load(std::memory_order_relaxed) + by,
+		std::memory_order_relaxed);
+}
+
+long live_sum()
+{
+	std::lock_guard<std::mutex> g(counts_mtx);
+	long n = 0;
+
+	for (alloc_counts *c : all_counts)
+		n += c->live.load(std::memory_order_relaxed);
+	return n;
+}
+
+unsigned long attempts_sum()
+{
+	std::lock_guard<std::mutex> g(counts_mtx);
+	unsigned long n = 0;
+
+	for (alloc_counts *c : all_counts)
+		n += c->attempts.load(std::memory_order_relaxed);
+	return n;
+}
+
 std::atomic<unsigned long> fail_countdown{0};	/* 0: off */
 std::atomic<bool> fail_all{false};
 std::atomic<bool> fail_sleeping{false};
@@ -72,7 +121,7 @@ unsigned long thread_id()
 
 bool atomic_alloc_fails()
 {
-	alloc_attempts++;
+	bump(my_counts().attempts, 1UL);
 	if (fail_all)
 		return true;
 	unsigned long c = fail_countdown.load();
@@ -83,13 +132,17 @@ bool atomic_alloc_fails()
 	return false;
 }
 
-void live_inc() { alloc_live++; }
-void live_dec() { alloc_live--; }
+void live_inc() { bump(my_counts().live, 1L); }
+void live_dec() { bump(my_counts().live, -1L); }
 
 void kernel_reset()
 {
 	host_log_clear();
-	alloc_attempts = 0;
+	{
+		std::lock_guard<std::mutex> g(counts_mtx);
+		for (alloc_counts *c : all_counts)
+			c->attempts.store(0, std::memory_order_relaxed);
+	}
 	fail_countdown = 0;
 	fail_all = false;
 	fail_sleeping = false;
@@ -319,12 +372,12 @@ void host_alloc_fail_all(int on)
 
 long host_alloc_live(void)
 {
-	return alloc_live;
+	return live_sum();
 }
 
 unsigned long host_alloc_atomic_attempts(void)
 {
-	return alloc_attempts;
+	return attempts_sum();
 }
 
 /* ---- user memory ---- */
