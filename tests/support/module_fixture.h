@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <arpa/inet.h>
+#include <initializer_list>
 #include <string>
 #include <vector>
 
@@ -80,6 +81,17 @@ inline ApiResult api_u8(u32 id, u8 b0, u8 b1 = 0, void *param2 = nullptr,
 	mc.result = 12345;
 	int ret = __QUOR_HOOK(QUOR_HOOK_TYPE_MULTICAST, QUOR_MC_SUBTYPE_API, &mc);
 	return { ret, mc.result };
+}
+
+// A request for up to @n entries of @port, answered into @recs.
+inline igmp_entry_get_req get_req(u8 port, igmp_entry_info *recs, s32 n)
+{
+	igmp_entry_get_req req{};
+
+	req.port_id = port;
+	req.entry_num = n;
+	req.entries = recs;
+	return req;
 }
 
 // Entries of the database in list order (read under the lock).
@@ -163,6 +175,13 @@ protected:
 		if (reg)
 			host_netdev_register(d);
 		return d;
+	}
+
+	// Registered devices that are up, one per name.
+	void up(std::initializer_list<const char *> names)
+	{
+		for (const char *n : names)
+			netdev(n)->flags |= IFF_UP;
 	}
 };
 
