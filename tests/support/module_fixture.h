@@ -107,6 +107,16 @@ inline std::vector<igmp_fdb_entry> fdb_entries()
 	return v;
 }
 
+// The @i-th frame @d transmitted (empty when there is none).
+inline std::vector<u8> sent(net_device *d, unsigned i = 0)
+{
+	std::vector<u8> b(2048);
+	int n = host_netdev_tx_frame(d, i, b.data(), b.size());
+
+	b.resize(n < 0 ? 0 : n);
+	return b;
+}
+
 inline std::string log_take()
 {
 	std::string s = host_log_text();
