@@ -183,7 +183,7 @@ vlan_action act(u32 mode, u16 otci, u16 itci)
 	return a;
 }
 
-TEST_F(Vlan, HardwareReplaceWords)
+TEST_F(Vlan, HardwareTagWords)
 {
 	flow(7, 2, 0x8100B064, 0x88a81003);
 	Words w;
@@ -199,13 +199,10 @@ TEST_F(Vlan, HardwareReplaceWords)
 	w = {};
 	quor_mcst_vlan_replace(8, &a, &w.outer, &w.inner); // no such flow
 	EXPECT_EQ(0u, w.outer);
-}
 
-TEST_F(Vlan, HardwareAddAndStripWords)
-{
 	flow(3, 1, 0x81000064, 0);
-	Words w;
-	auto a = act(4, 0xFFF, 0x2014);
+	w = {};
+	a = act(4, 0xFFF, 0x2014);
 	quor_mcst_vlan_add(3, &a, &w.outer, &w.inner);
 	EXPECT_EQ(0x81002014u, w.outer);
 	EXPECT_EQ(0x81000064u, w.inner);
