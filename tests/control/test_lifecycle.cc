@@ -60,14 +60,7 @@ TEST_F(Lifecycle, StopUndoesEverything)
 	EXPECT_EQ((std::vector<std::string>{ "clear_flows", "release_all" }), fake::calls);
 }
 
-TEST_F(Lifecycle, StopWithEmptyDatabaseLeavesHardwareFlowsAlone)
-{
-	stop();
-	EXPECT_FALSE(has_call("clear_flows"));
-	EXPECT_TRUE(has_call("release_all")); // records freed quietly
-}
-
-TEST_F(Lifecycle, BannerOnStartAtEveryLevel)
+TEST_F(Lifecycle, RestartAfterStop)
 {
 	stop();
 	host_log_clear();
@@ -75,72 +68,9 @@ TEST_F(Lifecycle, BannerOnStartAtEveryLevel)
 	ASSERT_EQ(0, init_module());
 	loaded = true;
 	EXPECT_EQ("jix xpon multcast init\n", log_take());
-}
-
-TEST_F(Lifecycle, RestartAfterStop)
-{
-	stop();
-	ASSERT_EQ(0, init_module());
-	loaded = true;
 	EXPECT_EQ(32, host_counters_taken());
 	auto a = entry(1, "239.1.1.1");
 	EXPECT_EQ(2, api(QUOR_MC_API_ENTRY_ADD, &a).result);
-}
-
-class LifecycleFailures : public ::testing::Test {
-protected:
-	void SetUp() override
-	{
-		host_reset();
-		fake::reset();
-		live0 = host_alloc_live();
-	}
-	long live0;
-};
-
-TEST_F(LifecycleFailures, HookRegistrationFailureUndoesStart)
-{
-	net_device *d = host_netdev_alloc("eth0.1");
-	host_netdev_register(d);
-	host_quor_fail_next_register(-12);
-	EXPECT_EQ(-12, init_module());
-	EXPECT_EQ(0, host_quor_registered_count());
-	EXPECT_FALSE(host_chrdev_registered(253));
-	EXPECT_EQ(0, host_proc_count());
-	EXPECT_EQ(0, host_counters_taken());
-	EXPECT_EQ(nullptr, xpon_igmp_learn_flow_hook);
-	EXPECT_EQ(0, host_netdev_refcnt(d));
-	EXPECT_EQ(live0, host_alloc_live());
-	host_netdev_unregister(d);
-	host_netdev_free(d);
-	// A later start works.
-	ASSERT_EQ(0, init_module());
-	cleanup_module();
-	EXPECT_EQ(0u, host_warn_count());
-}
-
-TEST_F(LifecycleFailures, CharacterDeviceFailureIsLoggedAndStartGoesOn)
-{
-	host_chrdev_fail_next(-16);
-	ASSERT_EQ(0, init_module());
-	EXPECT_NE(std::string::npos, std::string(host_log_text()).find(": quor_igmp_cdev_init failed\n"));
-	EXPECT_EQ(1u, host_log_count_level(3));
-	EXPECT_FALSE(host_chrdev_registered(253));
-	auto a = entry(1, "239.1.1.1");
-	EXPECT_EQ(2, api(QUOR_MC_API_ENTRY_ADD, &a).result);
-	cleanup_module();
-	EXPECT_EQ(live0, host_alloc_live());
-}
-
-TEST_F(LifecycleFailures, ProcFileThatCannotBeCreatedIsSkipped)
-{
-	host_proc_fail_next_create();
-	ASSERT_EQ(0, init_module());
-	EXPECT_FALSE(host_proc_exists("kv7730/jix_mc_hwnat_entry"));
-	EXPECT_TRUE(host_proc_exists("kv7730/jix_mc_port_type"));
-	EXPECT_EQ(4, host_proc_count());
-	cleanup_module();
-	EXPECT_EQ(0, host_proc_count());
 }
 
 } // namespace

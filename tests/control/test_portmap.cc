@@ -19,12 +19,16 @@ TEST_F(PortMap, NamesSelectTheirRows)
 		net_device *d = netdev(b.name);
 		EXPECT_EQ(d, get_dev_by_port((u8)b.port)) << b.name;
 		EXPECT_EQ(1, host_netdev_refcnt(d)) << b.name;
+		EXPECT_EQ(b.port, get_port_id_by_name(b.name)) << b.name;
 	}
 	for (const char *name : { "eth0.0", "eth0.9", "eth0.12", "ux8", "uxi8", "eth1.1",
 				  "ux", "pon0" }) {
 		net_device *d = netdev(name);
 		EXPECT_EQ(0, host_netdev_refcnt(d)) << name;
+		EXPECT_EQ(-1, get_port_id_by_name(name)) << name;
 	}
+	EXPECT_EQ(-1, get_port_id_by_name(""));
+	EXPECT_EQ(-1, get_port_id_by_name(nullptr));
 	EXPECT_EQ(nullptr, get_dev_by_port(34));
 	EXPECT_EQ(nullptr, get_dev_by_port(200));
 }
@@ -52,16 +56,6 @@ TEST_F(PortMap, RegisteringTwiceKeepsOneReference)
 	EXPECT_EQ(NOTIFY_DONE, quor_igmp_device_event(&quor_igmp_device_notifier,
 						      NETDEV_UNREGISTER, &none));
 	EXPECT_EQ(d, get_dev_by_port(1));
-}
-
-TEST_F(PortMap, LookupByName)
-{
-	EXPECT_EQ(19, get_port_id_by_name("ux3"));
-	EXPECT_EQ(0, get_port_id_by_name("eth0.1"));
-	EXPECT_EQ(33, get_port_id_by_name("nas10"));
-	EXPECT_EQ(-1, get_port_id_by_name("eth0.9"));
-	EXPECT_EQ(-1, get_port_id_by_name(""));
-	EXPECT_EQ(-1, get_port_id_by_name(nullptr));
 }
 
 TEST_F(PortMap, SoftwareCountersReadAndReset)

@@ -43,10 +43,9 @@ void no_timer(timer_list *) {}
 void CtrlVlan::SetUp()
 {
 	ModuleTest::SetUp();
-	for (const char *n : { "eth0.1", "eth0.2", "eth0.3", "eth0.4", "ux0", "ux4" }) {
-		dev[n] = netdev(n);
-		dev[n]->flags |= IFF_UP;
-	}
+	up({ "eth0.1", "eth0.2", "eth0.3", "eth0.4", "ux0", "ux4" });
+	for (net_device *d : devs)
+		dev[d->name] = d;
 	hw.clear();
 	foe_index = -1;
 	hwnat_skb_to_foe_hook = foe;
@@ -73,15 +72,6 @@ void CtrlVlan::flow(s32 index, u32 tag_num, u32 outer, u32 inner)
 	spin_lock_bh(&hwnat_flow_lock);
 	hwnat_rec_add(&hwnat_flows, f, no_timer);	// freed at module stop
 	spin_unlock_bh(&hwnat_flow_lock);
-}
-
-Bytes CtrlVlan::sent(const char *name, unsigned i)
-{
-	Bytes b(2048);
-	int n = host_netdev_tx_frame(dev[name], i, b.data(), b.size());
-
-	b.resize(n < 0 ? 0 : n);
-	return b;
 }
 
 } // namespace cv

@@ -70,7 +70,7 @@ protected:
 	// A learned hardware flow on the flow list.
 	void flow(s32 index, u32 tag_num, u32 outer, u32 inner = 0);
 	unsigned tx(const char *name) { return host_netdev_tx_count(dev[name]); }
-	Bytes sent(const char *name, unsigned i = 0);
+	Bytes sent(const char *name, unsigned i = 0) { return jt::sent(dev[name], i); }
 };
 
 } // namespace cv

@@ -89,33 +89,6 @@ TEST_F(PortMask, IpVidModeExemptsHybridHguPortsFromTheVid)
 	EXPECT_EQ(0x4u, mask(f));
 }
 
-// One entry per port, each differing from the frame in one field.
-TEST_F(PortMask, EachModeComparesItsOwnFields)
-{
-	const char *mc = "01:00:5e:01:01:01";
-	struct {
-		u32 mode;
-		u64 want;
-	} modes[] = { { IGMP_FILTER_IP_VID, 0x15 }, { IGMP_FILTER_MAC, 0x3b },
-		      { IGMP_FILTER_IP_SRC_IP, 0x07 }, { IGMP_FILTER_MAC_VID, 0x39 },
-		      { IGMP_FILTER_MAC_IP, 0x13 }, { IGMP_FILTER_MAC_IP_VID, 0x11 } };
-	Bytes f = ipv4_udp_frame(kSrc, "239.1.1.1", 1, 2, { vid100 });
-
-	for (auto &m : modes) {
-		SCOPED_TRACE(m.mode);
-		mode(m.mode);
-		add(entry(0, "239.1.1.1", 100, mc));
-		add(entry(1, "239.1.1.1", 200, mc));			// VLAN
-		add(entry(2, "239.1.1.1", 100, "01:00:5e:7f:7f:7f"));	// MAC
-		add(entry(3, "239.1.1.2", 100, mc));			// group
-		add(entry(4, "239.1.1.1", 100, mc), "10.0.0.2");	// source
-		// IPv6 whose first four bytes are those of 239.1.1.1.
-		add(entry(5, "ef01:101::", 100, mc), "a00:1::");
-		EXPECT_EQ(m.want, mask(f));
-		quor_igmp_clear_all_entry();
-	}
-}
-
 TEST_F(PortMask, FamiliesNeverMeet)
 {
 	Bytes f6 = ipv6_udp_frame("2001:db8::1", "ff0e::1", 1, 2);

@@ -3,25 +3,19 @@
 // failure), and every ioctl command given user memory that faults.
 // After each failed run: the documented answer, no partial state (the
 // proc texts before and after are compared), nothing leaked.
-#include <gtest/gtest.h>
-
-#include <arpa/inet.h>
 #include <functional>
 #include <set>
-#include <string>
-#include <vector>
 
 #include "support/frames.h"
+#include "support/module_fixture.h"
 
 extern "C" {
-#include "jix_mc.h"
-#include "fdb/fdb.h"
 #include "hwnat/hwnat_flow.h"
-#include "host_ctl.h"
 }
-#include "support/image_state.h"
 
 namespace {
+
+using jt::entry;
 
 const char *const kFwd = "kv7730/jix_mc_fwd_entry";
 const char *const kProcFiles[] = {
@@ -46,74 +40,30 @@ std::string texts()
 	return s;
 }
 
-igmp_entry_info entry(u8 port, const char *grp, s16 vlan = -1)
-{
-	igmp_entry_info e{};
-	frames::Bytes a = frames::addr(grp), m = frames::group_mac(grp);
-
-	e.port = port;
-	e.vlan = vlan;
-	memcpy(e.grp_ip.addr, a.data(), a.size());
-	e.grp_ip.isipv6 = a.size() == 16;
-	memcpy(e.grp_mac, m.data(), 6);
-	return e;
-}
-
 int api(u32 id, void *param)
 {
-	mc_data mc{};
+	jt::ApiResult r = jt::api(id, param);
 
-	mc.api_function_id = id;
-	mc.param.ptr = param;
-	mc.result = 12345;
-	EXPECT_EQ(1, __QUOR_HOOK(QUOR_HOOK_TYPE_MULTICAST, QUOR_MC_SUBTYPE_API, &mc));
-	return mc.result;
+	EXPECT_EQ(1, r.hook);
+	return r.result;
 }
 
 int api_port(u32 id, u8 port)
 {
-	mc_data mc{};
+	jt::ApiResult r = jt::api_u8(id, port);
 
-	mc.api_function_id = id;
-	mc.param.bytes[0] = port;
-	EXPECT_EQ(1, __QUOR_HOOK(QUOR_HOOK_TYPE_MULTICAST, QUOR_MC_SUBTYPE_API, &mc));
-	return mc.result;
+	EXPECT_EQ(1, r.hook);
+	return r.result;
 }
 
-class Faults : public ::testing::Test {
+class Faults : public jt::ModuleTest {
 protected:
-	std::vector<net_device *> devs;
-	long live0 = 0;
+	void before_start() override { up({ "eth0.1", "eth0.2", "eth0.3", "ux0" }); }
 
 	void SetUp() override
 	{
-		host_reset();
-		jt::reset_image_state();
-		live0 = host_alloc_live();
-		for (const char *n : { "eth0.1", "eth0.2", "eth0.3", "ux0" }) {
-			net_device *d = host_netdev_alloc(n);
-			d->flags |= IFF_UP;
-			host_netdev_register(d);
-			devs.push_back(d);
-		}
-		ASSERT_EQ(0, init_module());
+		jt::ModuleTest::SetUp();
 		hwnat_skb_to_foe_hook = fake_foe;
-	}
-
-	void TearDown() override
-	{
-		cleanup_module();
-		for (net_device *d : devs) {
-			if (d->registered)
-				host_netdev_unregister(d);
-			EXPECT_EQ(0, host_netdev_refcnt(d)) << d->name;
-			host_netdev_free(d);
-		}
-		host_hwnat_reset();
-		EXPECT_EQ(live0, host_alloc_live());
-		EXPECT_EQ(0, host_locks_held());
-		EXPECT_EQ(0u, host_warn_count());
-		EXPECT_EQ(0, host_timers_pending());
 	}
 
 	void clear_all()
@@ -264,27 +214,18 @@ TEST_F(Faults, GetEntries)
 		ASSERT_EQ(2, api(QUOR_MC_API_ENTRY_ADD, &e));
 	}
 	std::vector<igmp_entry_info> room(4);
-	igmp_entry_get_req req{};
+	igmp_entry_get_req req{}, copy = jt::get_req(1, room.data(), 4);
 	long live = host_alloc_live();
 
 	/* Through the API: writes into the caller's room, allocates nothing
 	 * it could fail on. */
-	sweep<int>([&] {
-			req = igmp_entry_get_req{};
-			req.port_id = 1;
-			req.entry_num = 4;
-			req.entries = room.data();
-		}, [&] { return api(QUOR_MC_API_ENTRY_GET, &req); },
+	sweep<int>([&] { req = copy; }, [&] { return api(QUOR_MC_API_ENTRY_GET, &req); },
 		[&](int r, bool, unsigned long) {
 			EXPECT_EQ(2, r);
 			EXPECT_EQ(2, req.entry_num);
 		});
 	/* Through the ioctl: the room is a sleeping allocation. */
-	req = igmp_entry_get_req{};
-	req.port_id = 1;
-	req.entry_num = 4;
-	req.entries = room.data();
-	igmp_entry_get_req copy = req;
+	req = copy;
 	std::string before = texts();
 	host_alloc_fail_sleeping(1);
 	long r = host_chrdev_ioctl(QUOR_IGMP_MAJOR, 0, QUOR_IGMP_IOC_GET_ENTRY,
@@ -419,7 +360,7 @@ TEST_F(Faults, ProcReadsAndWrites)
 // fails leaving nothing behind.
 TEST_F(Faults, ModuleStart)
 {
-	cleanup_module();
+	stop();
 	for (unsigned long k = 1; k < 100; k++) {
 		long live = host_alloc_live();
 		unsigned long a0 = host_alloc_atomic_attempts();
@@ -452,23 +393,35 @@ TEST_F(Faults, ModuleStart)
 	EXPECT_EQ(-ENOMEM, init_module());
 	EXPECT_EQ(0, host_quor_registered_count());
 	EXPECT_EQ(0, host_proc_count());
+	EXPECT_EQ(0, host_counters_taken());
+	EXPECT_EQ(nullptr, xpon_igmp_learn_flow_hook);
 	EXPECT_FALSE(host_chrdev_registered(QUOR_IGMP_MAJOR));
 	for (net_device *d : devs)
 		EXPECT_EQ(0, host_netdev_refcnt(d)) << d->name;
+	/* A device that cannot be registered is logged as an error and the
+	 * module works without it. */
+	host_log_clear();
 	host_chrdev_fail_next(-EBUSY);
 	ASSERT_EQ(0, init_module());
+	EXPECT_NE(std::string::npos,
+		  std::string(host_log_text()).find(": quor_igmp_cdev_init failed\n"));
+	EXPECT_EQ(1u, host_log_count_level(3));
 	EXPECT_FALSE(host_chrdev_registered(QUOR_IGMP_MAJOR));
+	igmp_entry_info e = entry(1, "239.1.1.1");
+	EXPECT_EQ(2, api(QUOR_MC_API_ENTRY_ADD, &e));
 	cleanup_module();
 	/* A file start could not create is not removed at stop (the
 	 * kernel warns about removing a missing proc entry). */
 	host_proc_fail_next_create();
 	ASSERT_EQ(0, init_module());
 	EXPECT_EQ(4, host_proc_count());
+	EXPECT_FALSE(host_proc_exists("kv7730/jix_mc_hwnat_entry"));
+	EXPECT_TRUE(host_proc_exists("kv7730/jix_mc_port_type"));
 	cleanup_module();
 	EXPECT_EQ(0u, host_warn_count());
 	EXPECT_EQ(0, host_proc_count());
 	ASSERT_EQ(0, init_module());	/* for TearDown */
-	hwnat_skb_to_foe_hook = fake_foe;
+	loaded = true;
 }
 
 // Every ioctl command with a record that faults whole or in its last
@@ -497,10 +450,7 @@ TEST_F(Faults, IoctlUserCopyFaults)
 			if (c.cmd <= 3)
 				memcpy(page.data(), &rec, sizeof(rec));
 			if (c.cmd == 6) {
-				igmp_entry_get_req req{};
-				req.port_id = 1;
-				req.entry_num = 4;
-				req.entries = room.data();
+				igmp_entry_get_req req = jt::get_req(1, room.data(), 4);
 				memcpy(page.data(), &req, sizeof(req));
 			}
 			if (c.cmd == 4)
@@ -532,20 +482,21 @@ TEST_F(Faults, IoctlUserCopyFaults)
 			}
 		}
 	}
-	/* Get-entries whose answer array cannot be written. */
-	igmp_entry_get_req req{};
-	req.port_id = 1;
-	req.entry_num = 4;
-	req.entries = room.data();
-	igmp_entry_get_req copy = req;
-	std::string before = texts();
-	host_uaccess_add_fault(room.data(), sizeof(igmp_entry_info) * room.size());
-	long r = host_chrdev_ioctl(QUOR_IGMP_MAJOR, 0, QUOR_IGMP_IOC_GET_ENTRY,
-				   (unsigned long)&req);
-	host_uaccess_clear_faults();
-	EXPECT_EQ(-EFAULT, r);
-	EXPECT_EQ(0, memcmp(&copy, &req, sizeof(req)));
-	EXPECT_EQ(before, texts());
+	igmp_entry_info e2 = entry(1, "239.1.1.2");
+	ASSERT_EQ(2, api(QUOR_MC_API_ENTRY_ADD, &e2));
+	/* Get-entries whose answer array cannot be written, whole or from
+	 * its second record on. */
+	for (size_t skip : { 0, 1 }) {
+		igmp_entry_get_req req = jt::get_req(1, room.data(), 4), copy = req;
+		std::string before = texts();
+		host_uaccess_add_fault(&room[skip], sizeof(igmp_entry_info) * (4 - skip));
+		long r = host_chrdev_ioctl(QUOR_IGMP_MAJOR, 0, QUOR_IGMP_IOC_GET_ENTRY,
+					   (unsigned long)&req);
+		host_uaccess_clear_faults();
+		EXPECT_EQ(-EFAULT, r) << skip;
+		EXPECT_EQ(0, memcmp(&copy, &req, sizeof(req))) << skip;
+		EXPECT_EQ(before, texts()) << skip;
+	}
 	/* Unknown commands touch nothing, whatever the pointer. */
 	for (unsigned int cmd : { 0u, 11u, 0x5401u, ~0u })
 		EXPECT_EQ(-1, host_chrdev_ioctl(QUOR_IGMP_MAJOR, 0, cmd, 0));

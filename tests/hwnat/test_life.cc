@@ -57,10 +57,7 @@ TEST_F(Life, AFlowFromFirstFrameToModuleStop)
 	EXPECT_EQ(7, jt::fdb_entries()[0].flow_idx);
 	host_counter_set(id, 1600, 16);	// the engine counted marked frames
 	igmp_entry_info rec[1]{};
-	igmp_entry_get_req req{};
-	req.port_id = 1;
-	req.entry_num = 1;
-	req.entries = rec;
+	igmp_entry_get_req req = jt::get_req(1, rec, 1);
 	ASSERT_EQ(1, quor_igmp_get_entry(&req));
 	EXPECT_EQ(6u, rec[0].pkt_acnt);
 	EXPECT_EQ(600u, rec[0].byte_acnt);

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <arpa/inet.h>
+#include <initializer_list>
 #include <string>
 #include <vector>
 
@@ -82,6 +83,17 @@ inline ApiResult api_u8(u32 id, u8 b0, u8 b1 = 0, void *param2 = nullptr,
 	return { ret, mc.result };
 }
 
+// A request for up to @n entries of @port, answered into @recs.
+inline igmp_entry_get_req get_req(u8 port, igmp_entry_info *recs, s32 n)
+{
+	igmp_entry_get_req req{};
+
+	req.port_id = port;
+	req.entry_num = n;
+	req.entries = recs;
+	return req;
+}
+
 // Entries of the database in list order (read under the lock).
 inline std::vector<igmp_fdb_entry> fdb_entries()
 {
@@ -93,6 +105,16 @@ inline std::vector<igmp_fdb_entry> fdb_entries()
 		v.push_back(*e);
 	spin_unlock_bh(&igmp_fdb_lock);
 	return v;
+}
+
+// The @i-th frame @d transmitted (empty when there is none).
+inline std::vector<u8> sent(net_device *d, unsigned i = 0)
+{
+	std::vector<u8> b(2048);
+	int n = host_netdev_tx_frame(d, i, b.data(), b.size());
+
+	b.resize(n < 0 ? 0 : n);
+	return b;
 }
 
 inline std::string log_take()
@@ -163,6 +185,13 @@ protected:
 		if (reg)
 			host_netdev_register(d);
 		return d;
+	}
+
+	// Registered devices that are up, one per name.
+	void up(std::initializer_list<const char *> names)
+	{
+		for (const char *n : names)
+			netdev(n)->flags |= IFF_UP;
 	}
 };
 

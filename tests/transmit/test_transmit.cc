@@ -1,38 +1,26 @@
 // Per-port replication: which ports get a copy, with which treatment, and
 // what is counted; the caller's frame is never touched.
-#include <gtest/gtest.h>
-
-#include <arpa/inet.h>
-#include <string>
-#include <vector>
+#include "support/frames.h"
+#include "support/module_fixture.h"
 
 extern "C" {
-#include "jix_mc.h"
-#include "fdb/fdb.h"
 #include "datapath/transmit.h"
 #include "vlan/vlan.h"
-#include "host_ctl.h"
 }
 
 namespace {
 
-using Bytes = std::vector<u8>;
+using frames::Bytes;
+using jt::sent;
 
 // Ethernet (optionally one 0x8100 tag) + IPv4 + UDP to 239.1.1.1.
 Bytes udp_frame(int vid = -1)
 {
-	Bytes f = { 0x01, 0x00, 0x5e, 0x01, 0x01, 0x01, 0x00, 0x11, 0x22, 0x33, 0x44, 0x55 };
-	if (vid >= 0) {
-		f.insert(f.end(), { 0x81, 0x00, (u8)(vid >> 8), (u8)vid });
-	}
-	f.insert(f.end(), { 0x08, 0x00 });
-	Bytes ip = { 0x45, 0, 0, 48, 0, 0, 0, 0, 16, 17, 0, 0, 10, 0, 0, 1, 239, 1, 1, 1 };
-	Bytes udp = { 0x13, 0x88, 0x13, 0x89, 0, 28, 0, 0 };
-	f.insert(f.end(), ip.begin(), ip.end());
-	f.insert(f.end(), udp.begin(), udp.end());
-	for (int i = 0; i < 20; i++)
-		f.push_back((u8)i);
-	return f;
+	std::vector<frames::Tag> tags;
+
+	if (vid >= 0)
+		tags.push_back({ 0x8100, (u16)vid });
+	return frames::ipv4_udp_frame("10.0.0.1", "239.1.1.1", 5000, 5001, tags);
 }
 
 sk_buff *skb_of(const Bytes &b)
@@ -45,54 +33,14 @@ sk_buff *skb_of(const Bytes &b)
 	return skb;
 }
 
-Bytes sent(net_device *d, unsigned i)
-{
-	Bytes b(2048);
-	int n = host_netdev_tx_frame(d, i, b.data(), b.size());
-	b.resize(n < 0 ? 0 : n);
-	return b;
-}
-
-class Transmit : public ::testing::Test {
+class Transmit : public jt::ModuleTest {
 protected:
-	void SetUp() override
-	{
-		host_reset();
-		quor_mc_debug_level = 1;
-		igmp_snooping_enable = 1;
-		for (auto &r : lan_map_data) {
-			atomic_set(&r.sw_pktcnt, 0);
-			atomic_set(&r.sw_bytecount, 0);
-		}
-		live0 = host_alloc_live();
-		for (const char *n : { "eth0.1", "eth0.2", "eth0.3", "ux0" }) {
-			net_device *d = host_netdev_alloc(n);
-			d->flags |= IFF_UP;
-			host_netdev_register(d);
-			devs.push_back(d);
-		}
-		ASSERT_EQ(0, init_module());
-	}
-	void TearDown() override
-	{
-		cleanup_module();
-		for (auto *d : devs) {
-			EXPECT_EQ(0, host_netdev_refcnt(d));
-			host_netdev_unregister(d);
-			host_netdev_free(d);
-		}
-		EXPECT_EQ(live0, host_alloc_live());
-		EXPECT_EQ(0u, host_warn_count());
-	}
+	// devs: eth0.1, eth0.2, eth0.3, ux0
+	void before_start() override { up({ "eth0.1", "eth0.2", "eth0.3", "ux0" }); }
 
 	void join(u8 port, u32 mode, u16 otci = 0xFFF, u16 itci = 0xFFF, s16 vlan = -1)
 	{
-		igmp_entry_info e{};
-		e.port = port;
-		e.vlan = vlan;
-		inet_pton(AF_INET, "239.1.1.1", e.grp_ip.addr);
-		const u8 mac[6] = { 0x01, 0x00, 0x5e, 0x01, 0x01, 0x01 };
-		memcpy(e.grp_mac, mac, 6);
+		igmp_entry_info e = jt::entry(port, "239.1.1.1", vlan);
 		e.vlan_mode = mode;
 		e.outer_tci = otci;
 		e.inner_tci = itci;
@@ -110,9 +58,6 @@ protected:
 		EXPECT_EQ(data, skb->data);
 		kfree_skb(skb);
 	}
-
-	long live0 = 0;
-	std::vector<net_device *> devs; // eth0.1, eth0.2, eth0.3, ux0
 };
 
 TEST_F(Transmit, OneCopyPerMemberPortInPortOrderAndCounted)

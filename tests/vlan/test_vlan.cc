@@ -1,36 +1,28 @@
 // The six VLAN treatments on frame copies, and the tag words computed for
 // hardware flows.
-#include <gtest/gtest.h>
+#include <numeric>
 
-#include <vector>
+#include "support/frames.h"
+#include "support/module_fixture.h"
 
 extern "C" {
-#include "jix_mc.h"
-#include "fdb/fdb.h"
 #include "hwnat/hwnat_flow.h"
 #include "vlan/vlan.h"
-#include "host_ctl.h"
 }
 
 namespace {
 
-using Bytes = std::vector<u8>;
+using frames::Bytes;
+using frames::Tag;
 
-// An Ethernet frame with the given tags (TPID, TCI), then IPv4 type and payload.
-Bytes frame(std::vector<std::pair<u16, u16>> tags, size_t payload = 30)
+// An IPv4 Ethernet frame with the given tags and @payload bytes 0, 1, ...
+Bytes frame(const std::vector<Tag> &tags, size_t payload = 30)
 {
-	Bytes f = { 0x01, 0x00, 0x5e, 0x01, 0x01, 0x01, 0x00, 0x11, 0x22, 0x33, 0x44, 0x55 };
-	for (auto &t : tags) {
-		f.push_back(t.first >> 8);
-		f.push_back(t.first & 0xff);
-		f.push_back(t.second >> 8);
-		f.push_back(t.second & 0xff);
-	}
-	f.push_back(0x08);
-	f.push_back(0x00);
-	for (size_t i = 0; i < payload; i++)
-		f.push_back((u8)i);
-	return f;
+	Bytes p(payload);
+
+	std::iota(p.begin(), p.end(), 0);
+	return frames::eth(frames::mac("01:00:5e:01:01:01"),
+			   frames::mac("00:11:22:33:44:55"), tags, 0x0800, p);
 }
 
 // A buffer as the transmit path holds a copy: data at the MAC header.
@@ -49,24 +41,9 @@ Bytes bytes_of(sk_buff *skb)
 	return Bytes(skb_mac_header(skb), skb_tail_pointer(skb));
 }
 
-class Vlan : public ::testing::Test {
+// Flow records added by a test go at module stop, in the fixture's TearDown.
+class Vlan : public jt::ModuleTest {
 protected:
-	void SetUp() override
-	{
-		host_reset();
-		quor_mc_debug_level = 1;
-		igmp_snooping_enable = 1;
-		live0 = host_alloc_live();
-		ASSERT_EQ(0, init_module());
-	}
-	void TearDown() override
-	{
-		cleanup_module();	// frees the flow records too
-		host_hwnat_reset();
-		EXPECT_EQ(live0, host_alloc_live());
-		EXPECT_EQ(0u, host_warn_count());
-	}
-
 	// Apply treatment @mode to @in and return the frame that results.
 	Bytes apply(const Bytes &in, u32 mode, u16 otci, u16 itci, sk_buff **keep = nullptr)
 	{
@@ -93,40 +70,48 @@ protected:
 		return f;
 	}
 
-	long live0 = 0;
 };
 
-TEST_F(Vlan, TransparentAndUnknownModesLeaveTheFrame)
+// Each treatment on frames with zero, one and two tags.  A VID of 4095
+// means "not given"; only the low 16 bits of the mode select.
+TEST_F(Vlan, TreatmentsOnFrameCopies)
 {
-	Bytes in = frame({ { 0x8100, 0x2064 } });
-	EXPECT_EQ(in, apply(in, JIX_VLAN_TRANSPARENT, 5, 6));
-	EXPECT_EQ(in, apply(in, 6, 5, 6));
-	// Only the low 16 bits select: 0x10003 strips.
-	EXPECT_EQ(frame({}), apply(in, 0x10003, 5, 6));
-}
-
-TEST_F(Vlan, ReplaceKeepsPriorityDeiAndTpid)
-{
-	Bytes in = frame({ { 0x88a8, 0xB064 } });
-	EXPECT_EQ(frame({ { 0x88a8, 0xB00A } }), apply(in, JIX_VLAN_REPLACE, 10, 20));
-	// Outer VID 4095 means "not given"; a single tag has no inner to replace.
-	EXPECT_EQ(in, apply(in, JIX_VLAN_REPLACE, 0xFFF, 100));
-	Bytes two = frame({ { 0x8100, 0x0001 }, { 0x9100, 0x0002 } });
-	EXPECT_EQ(frame({ { 0x8100, 0x0001 }, { 0x9100, 0x0064 } }),
-		  apply(two, JIX_VLAN_REPLACE, 0xFFF, 100));
-	Bytes none = frame({});
-	EXPECT_EQ(none, apply(none, JIX_VLAN_REPLACE, 10, 20));
-}
-
-TEST_F(Vlan, ReplaceAndRemarkWritesWholeTciHalvesIndependent)
-{
-	Bytes in = frame({ { 0x8100, 0x1064 }, { 0x8100, 0x0002 } });
-	// Priority 5, VID 10: 0xA00A, DEI cleared.
-	EXPECT_EQ(frame({ { 0x8100, 0xA00A }, { 0x8100, 0x6014 } }),
-		  apply(in, JIX_VLAN_REPLACE_REMARK, 0xA00A, 0x6014));
-	// An out-of-range outer VID does not stop the inner half.
-	EXPECT_EQ(frame({ { 0x8100, 0x1064 }, { 0x8100, 0x6014 } }),
-		  apply(in, JIX_VLAN_REPLACE_REMARK, 0xAFFF, 0x6014));
+	const Bytes none = frame({}), one = frame({ { 0x8100, 0x2064 } });
+	const Bytes two = frame({ { 0x8100, 0x0001 }, { 0x9100, 0x0002 } });
+	const Bytes two_pri = frame({ { 0x8100, 0x1064 }, { 0x8100, 0x0002 } });
+	const Bytes s_tag = frame({ { 0x88a8, 0xB064 } });
+	struct {
+		const char *what;
+		Bytes in;
+		u32 mode;
+		u16 otci, itci;
+		Bytes out;
+	} cases[] = {
+		{ "transparent", one, JIX_VLAN_TRANSPARENT, 5, 6, one },
+		{ "unknown mode", one, 6, 5, 6, one },
+		{ "mode in the low 16 bits", one, 0x10003, 5, 6, none },
+		{ "replace keeps priority, DEI, TPID", s_tag, JIX_VLAN_REPLACE, 10, 20,
+		  frame({ { 0x88a8, 0xB00A } }) },
+		{ "replace, single tag has no inner", s_tag, JIX_VLAN_REPLACE, 0xFFF, 100, s_tag },
+		{ "replace inner only", two, JIX_VLAN_REPLACE, 0xFFF, 100,
+		  frame({ { 0x8100, 0x0001 }, { 0x9100, 0x0064 } }) },
+		{ "replace untagged", none, JIX_VLAN_REPLACE, 10, 20, none },
+		{ "replace and remark whole TCIs", two_pri, JIX_VLAN_REPLACE_REMARK, 0xA00A, 0x6014,
+		  frame({ { 0x8100, 0xA00A }, { 0x8100, 0x6014 } }) },
+		{ "bad outer VID does not stop the inner", two_pri, JIX_VLAN_REPLACE_REMARK,
+		  0xAFFF, 0x6014, frame({ { 0x8100, 0x1064 }, { 0x8100, 0x6014 } }) },
+		{ "add: inner first, priority 0", none, JIX_VLAN_ADD, 0xA00A, 0x6014,
+		  frame({ { 0x8100, 10 }, { 0x8100, 20 } }) },
+		{ "add inner only", frame({ { 0x88a8, 7 } }), JIX_VLAN_ADD, 0xFFF, 20,
+		  frame({ { 0x8100, 20 }, { 0x88a8, 7 } }) },
+		{ "add and remark", none, JIX_VLAN_ADD_REMARK, 0xA00A, 0x6014,
+		  frame({ { 0x8100, 0xA00A }, { 0x8100, 0x6014 } }) },
+		{ "strip untagged", none, JIX_VLAN_STRIP, 0, 0, none },
+		{ "strip leaves 0x9100", frame({ { 0x9100, 5 } }), JIX_VLAN_STRIP, 0, 0,
+		  frame({ { 0x9100, 5 } }) },
+	};
+	for (auto &c : cases)
+		EXPECT_EQ(c.out, apply(c.in, c.mode, c.otci, c.itci)) << c.what;
 }
 
 TEST_F(Vlan, StripRemovesOuterTagAndRecordsPriority)
@@ -139,30 +124,12 @@ TEST_F(Vlan, StripRemovesOuterTagAndRecordsPriority)
 	EXPECT_EQ((5u << 11) | (1u << 16), jix_skb_vendor_flags(skb));
 	EXPECT_EQ(skb->data, skb_mac_header(skb));
 	kfree_skb(skb);
-	// Untagged and 0x9100-tagged frames are left alone.
-	for (auto &f : { frame({}), frame({ { 0x9100, 0x0005 } }) })
-		EXPECT_EQ(f, apply(f, JIX_VLAN_STRIP, 0, 0));
-}
-
-TEST_F(Vlan, StripKeepsOtherMetadataBits)
-{
-	sk_buff *skb = skb_of(frame({ { 0x8100, 0x2001 } }));
+	// Other metadata bits are kept, the old priority replaced.
+	skb = skb_of(frame({ { 0x8100, 0x2001 } }));
 	jix_skb_set_vendor_flags(skb, (7u << 11) | 0x2);
 	jix_vlan_apply(skb, JIX_VLAN_STRIP, 0, 0);
 	EXPECT_EQ((1u << 11) | (1u << 16) | 0x2, jix_skb_vendor_flags(skb));
 	kfree_skb(skb);
-}
-
-TEST_F(Vlan, AddPutsInnerFirstWithPriorityZero)
-{
-	Bytes in = frame({});
-	EXPECT_EQ(frame({ { 0x8100, 10 }, { 0x8100, 20 } }),
-		  apply(in, JIX_VLAN_ADD, 0xA00A, 0x6014));
-	Bytes tagged = frame({ { 0x88a8, 7 } });
-	EXPECT_EQ(frame({ { 0x8100, 20 }, { 0x88a8, 7 } }),
-		  apply(tagged, JIX_VLAN_ADD, 0xFFF, 20));
-	EXPECT_EQ(frame({ { 0x8100, 0xA00A }, { 0x8100, 0x6014 } }),
-		  apply(in, JIX_VLAN_ADD_REMARK, 0xA00A, 0x6014));
 }
 
 TEST_F(Vlan, AddWithoutHeadroomOrMemoryLeavesAValidFrame)
@@ -191,15 +158,6 @@ TEST_F(Vlan, TruncatedFramesAreNeverReadPastTheirEnd)
 	}
 }
 
-TEST_F(Vlan, HandlerTraceAtLevelThree)
-{
-	quor_mc_debug_level = 3;
-	host_log_clear();
-	apply(frame({}), JIX_VLAN_ADD_REMARK, 0xFFF, 0xFFF);
-	EXPECT_STREQ("[jix_mcts_vlan_add_and_remark]jix_mcts_vlan_add_and_remark\n",
-		     host_log_text());
-}
-
 struct Words {
 	u32 outer = 0, inner = 0;
 };
@@ -213,7 +171,7 @@ vlan_action act(u32 mode, u16 otci, u16 itci)
 	return a;
 }
 
-TEST_F(Vlan, HardwareReplaceWords)
+TEST_F(Vlan, HardwareTagWords)
 {
 	flow(7, 2, 0x8100B064, 0x88a81003);
 	Words w;
@@ -229,13 +187,10 @@ TEST_F(Vlan, HardwareReplaceWords)
 	w = {};
 	quor_mcst_vlan_replace(8, &a, &w.outer, &w.inner); // no such flow
 	EXPECT_EQ(0u, w.outer);
-}
 
-TEST_F(Vlan, HardwareAddAndStripWords)
-{
 	flow(3, 1, 0x81000064, 0);
-	Words w;
-	auto a = act(4, 0xFFF, 0x2014);
+	w = {};
+	a = act(4, 0xFFF, 0x2014);
 	quor_mcst_vlan_add(3, &a, &w.outer, &w.inner);
 	EXPECT_EQ(0x81002014u, w.outer);
 	EXPECT_EQ(0x81000064u, w.inner);
