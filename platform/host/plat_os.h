@@ -49,6 +49,7 @@ typedef int netdev_tx_t;
 #define __maybe_unused	__attribute__((unused))
 #define noinline	__attribute__((noinline))
 #define __always_unused	__attribute__((unused))
+#define ____cacheline_aligned_in_smp	__attribute__((aligned(64)))
 #define likely(x)	__builtin_expect(!!(x), 1)
 #define unlikely(x)	__builtin_expect(!!(x), 0)
 #define READ_ONCE(x)	__atomic_load_n(&(x), __ATOMIC_RELAXED)
