@@ -205,15 +205,13 @@ void print_table(const Collect &c, int reps, int slow_reps)
 	const Result *fa = c.get("flow_aging");
 	if (fb && fb->error.empty() && fa && fa->error.empty()) {
 		double recs = fb->counters.count("records") ? fb->counters.at("records") : 0;
-		printf("  bind one frame (record replaced, timer restarted): %10.0f ns\n",
+		printf("  bind one frame of a bound flow (record refreshed): %10.0f ns\n",
 		       fb->ns);
 		printf("  age 10,000 records (all expire in one clock step): %10.3f ms\n",
 		       fa->ns / 1e6);
 		if (recs < 1)
-			printf("  NOTE: no flow record was kept (%.0f timers pending): the "
-			       "hardware flow table is a stub in this build,\n"
-			       "        so these figures measure nothing until it is "
-			       "merged.\n", recs);
+			printf("  NOTE: no flow record was kept (%.0f timers pending): "
+			       "these figures measure nothing.\n", recs);
 	} else {
 		printf("  %s\n", fb && !fb->error.empty() ? fb->error.c_str() :
 		       fa && !fa->error.empty() ? fa->error.c_str() : "(not run)");

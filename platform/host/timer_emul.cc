@@ -171,18 +171,15 @@ void timer_check_free(const void *p, size_t n)
 	std::lock_guard<std::mutex> g(timer_mtx);
 	uintptr_t lo = (uintptr_t)p, hi = lo + n;
 
-	for (const auto &q : pending) {
-		uintptr_t t = (uintptr_t)q.first;
-		if (t >= lo && t < hi)
-			host_warn(__FILE__, __LINE__, "kfree of a pending timer");
-	}
-	for (const auto &r : running) {
-		uintptr_t t = (uintptr_t)r.first;
-		if (t >= lo && t < hi && r.second.thread != host::thread_id() &&
-		    !r.second.rearmed)
+	/* Both maps are ordered by address: look at [lo, hi) only. */
+	auto first = pending.lower_bound((struct timer_list *)lo);
+	for (auto q = first; q != pending.end() && (uintptr_t)q->first < hi; ++q)
+		host_warn(__FILE__, __LINE__, "kfree of a pending timer");
+	auto from = running.lower_bound((struct timer_list *)lo);
+	for (auto r = from; r != running.end() && (uintptr_t)r->first < hi; ++r)
+		if (r->second.thread != host::thread_id() && !r->second.rearmed)
 			host_warn(__FILE__, __LINE__,
 				  "kfree of a timer running on another thread");
-	}
 }
 
 } /* namespace host */
