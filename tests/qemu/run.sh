@@ -89,7 +89,6 @@ if [ "$arch" = x86_64 ]; then
 	if ! dpkg-query -W -f='${Status}' busybox-static 2> /dev/null | grep -q 'ok installed'; then
 		apt_install busybox-static
 	fi
-	cc=gcc
 	cxx=g++
 	kvars=()
 	qemu=(qemu-system-x86_64 -accel tcg -smp 2 -m 512)
@@ -127,7 +126,6 @@ else
 			rm -f linux-image-*.deb busybox-static_*.deb) ||
 			die "could not fetch the arm64 kernel image and busybox"
 	fi
-	cc=aarch64-linux-gnu-gcc
 	cxx=aarch64-linux-gnu-g++
 	kvars=(ARCH=arm64 CROSS_COMPILE=aarch64-linux-gnu-)
 	qemu=(qemu-system-aarch64 -accel tcg -M virt -cpu cortex-a57 -smp 2 -m 512)
@@ -159,8 +157,8 @@ quiet "jix_mc_probe.ko build" make -C "$kdir" M="$probe" JIX_ROOT="$root" \
 	KBUILD_EXTRA_SYMBOLS="$root/Module.symvers" "${kvars[@]}" modules
 cp "$probe/jix_mc_probe.ko" "$probe/jix_hw_probe.ko" "$rootfs/lib/jix/"
 
-quiet "jixtest build" "$cc" -static -O2 -Wall -Wextra -Werror -I"$root/include" -I"$here" \
-	-o "$rootfs/bin/jixtest" "$here/jixtest.c"
+quiet "jixtest build" "$cxx" -static -O2 -std=c++17 -Wall -Wextra -Werror -I"$root/include" -I"$here" \
+	-o "$rootfs/bin/jixtest" "$here/jixtest.cc"
 quiet "jixstream build" "$cxx" -static -O2 -std=c++17 -Wall -Wextra -Werror \
 	-o "$rootfs/bin/jixstream" "$here/jixstream.cc"
 quiet "mcctl build" "$cxx" -static -O2 -std=c++17 -I"$root/tools/mcctl" -I"$root/include" \
