@@ -15,6 +15,7 @@ extern "C" {
 #include "fdb/fdb.h"
 #include "datapath/datapath.h"
 #include "hwnat/hwnat.h"
+#include "acnt/acnt.h"
 #include "host_ctl.h"
 }
 

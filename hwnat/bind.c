@@ -177,12 +177,13 @@ void jix_xpon_hwnat_add_flow(struct sk_buff *skb, u64 mask)
 	}
 	hwnat_fill(&want, proto, index, vid, mask, &tags);
 
+	/* A refreshed record's counter is marked after the flow lock is released. */
 	spin_lock(&hwnat_flow_lock);
 	if (hwnat_rebind(&want)) {
+		spin_unlock(&hwnat_flow_lock);
 		hwnat_mark_acnt(skb, want.grp_addr);
 		jix_dbg(JIX_DBG_TRACE, "[%s]Add an entry\n",
 			"jix_xpon_hwnat_add_flow");
-		spin_unlock(&hwnat_flow_lock);
 		hwnat_drop_forget(index);
 		return;
 	}
