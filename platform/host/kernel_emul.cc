@@ -35,7 +35,12 @@ struct alloc_counts {
 	std::atomic<unsigned long> attempts{0};
 };
 std::mutex counts_mtx;
-std::vector<alloc_counts *> all_counts;	/* never freed */
+/* Never destroyed: threads may still count while the process exits. */
+std::vector<alloc_counts *> &all_counts()
+{
+	static auto *v = new std::vector<alloc_counts *>;
+	return *v;
+}
 
 alloc_counts &my_counts()
 {
@@ -44,7 +49,7 @@ alloc_counts &my_counts()
 	if (!mine) {
 		mine = new alloc_counts;
 		std::lock_guard<std::mutex> g(counts_mtx);
-		all_counts.push_back(mine);
+		all_counts().push_back(mine);
 	}
 	return *mine;
 }
@@ -60,7 +65,7 @@ long live_sum()
 	std::lock_guard<std::mutex> g(counts_mtx);
 	long n = 0;
 
-	for (alloc_counts *c : all_counts)
+	for (alloc_counts *c : all_counts())
 		n += c->live.load(std::memory_order_relaxed);
 	return n;
 }
@@ -70,7 +75,7 @@ unsigned long attempts_sum()
 	std::lock_guard<std::mutex> g(counts_mtx);
 	unsigned long n = 0;
 
-	for (alloc_counts *c : all_counts)
+	for (alloc_counts *c : all_counts())
 		n += c->attempts.load(std::memory_order_relaxed);
 	return n;
 }
@@ -140,7 +145,7 @@ void kernel_reset()
 	host_log_clear();
 	{
 		std::lock_guard<std::mutex> g(counts_mtx);
-		for (alloc_counts *c : all_counts)
+		for (alloc_counts *c : all_counts())
 			c->attempts.store(0, std::memory_order_relaxed);
 	}
 	fail_countdown = 0;
