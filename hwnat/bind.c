@@ -195,9 +195,7 @@ void jix_xpon_hwnat_add_flow(struct sk_buff *skb, u64 mask)
 			"jix_xpon_hwnat_add_flow");
 		return;
 	}
-	hwnat_fill(e, proto, index, vid, mask, &tags);
-	memcpy(e->grp_addr, want.grp_addr, sizeof(want.grp_addr));
-	memcpy(e->src_addr, want.src_addr, sizeof(want.src_addr));
+	*e = want;	/* list and timer still zero: set up when added */
 
 	spin_lock(&hwnat_flow_lock);
 	hwnat_flow_forget(index);

@@ -2,7 +2,7 @@
 #include "fuzz/fuzz_support.h"
 
 #include <cstring>
-#include <set>
+#include "support/hwnat_check.h"
 #include "support/image_state.h"
 
 namespace fz {
@@ -184,16 +184,8 @@ void check_quiet()
 	FZ_CHECK(host_locks_held() == 0, "%d locks held", host_locks_held());
 	FZ_CHECK(host_warn_count() == 0, "%lu warnings", host_warn_count());
 
-	/* One flow record per flow index at most. */
-	std::multiset<s32> idx;
-	struct hwnat_flow_entry *f;
-	spin_lock_bh(&hwnat_flow_lock);
-	list_for_each_entry(f, &hwnat_flow_list, list)
-		idx.insert(f->index);
-	spin_unlock_bh(&hwnat_flow_lock);
-	for (s32 i : idx)
-		FZ_CHECK(idx.count(i) == 1, "%zu flow records for index %d",
-			 idx.count(i), i);
+	std::string fault = jt::hwnat_table_fault();
+	FZ_CHECK(fault.empty(), "%s", fault.c_str());
 	/* A bound row holds a reference on a registered device. */
 	for (unsigned int i = 0; i < kDevNum; i++) {
 		net_device *d = lan_map_data[kNamedPorts[i]].dev;
