@@ -126,7 +126,7 @@ void env_stop()
 
 void table_clear()
 {
-	mc_data mc{};
+	quor_peer_mc mc{};
 
 	mc.api_function_id = QUOR_MC_API_CLEAR_ALL;
 	__QUOR_HOOK(QUOR_HOOK_TYPE_MULTICAST, QUOR_MC_SUBTYPE_API, &mc);
@@ -163,7 +163,7 @@ void table_set(u32 mode, unsigned n)
 
 int api_ptr(u32 op, void *arg)
 {
-	mc_data mc{};
+	quor_peer_mc mc{};
 
 	mc.api_function_id = op;
 	mc.param.ptr = arg;
@@ -174,11 +174,10 @@ int api_ptr(u32 op, void *arg)
 
 int api_frame(u32 op, sk_buff *skb)
 {
-	mc_data mc{};
+	quor_peer_mc mc{};
 
 	mc.api_function_id = op;
 	mc.skb = skb;
-	mc.param.ptr = skb;
 	if (__QUOR_HOOK(QUOR_HOOK_TYPE_MULTICAST, QUOR_MC_SUBTYPE_API, &mc) < 0)
 		return -1;
 	return mc.result;
@@ -186,10 +185,9 @@ int api_frame(u32 op, sk_buff *skb)
 
 int packet_hook(sk_buff *skb)
 {
-	mc_data mc{};
+	quor_peer_mc mc{};
 
 	mc.in_function_id = 0;
-	mc.param.ptr = skb;
 	mc.skb = skb;
 	__QUOR_HOOK(QUOR_HOOK_TYPE_MULTICAST, QUOR_MC_SUBTYPE_INTERVAL, &mc);
 	return mc.result;

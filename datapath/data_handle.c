@@ -113,7 +113,7 @@ static int jix_dh_data(struct sk_buff *skb, const struct jix_pkt *pk)
 
 int jix_multicast_data_handle(struct mc_data *mc)
 {
-	struct sk_buff *skb = mc->param.ptr;
+	struct sk_buff *skb = mc->skb;
 	static const u8 none[ETH_ALEN];
 	struct jix_pkt pk;
 	const u8 *dst;

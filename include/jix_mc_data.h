@@ -3,7 +3,7 @@
  * mc_data: the argument record of the module's two hook entry points
  * (hook type 36; sub-type 0 per-packet, sub-type 2 control API).  It is
  * shared with the kernel modules that call the hooks, so its layout is
- * fixed (88 bytes, little-endian, checked below).
+ * fixed (88 bytes, little-endian, checked in jix_layout_check.h).
  */
 #ifndef JIX_MC_DATA_H
 #define JIX_MC_DATA_H
@@ -53,16 +53,5 @@ struct mc_data {
 	s32 result;			/* 0x50 */
 	u32 rsv3;
 };
-
-static inline void jix_mc_data_layout_check(void)
-{
-	BUILD_BUG_ON(sizeof(struct mc_data) != 88);
-	BUILD_BUG_ON(offsetof(struct mc_data, api_function_id) != 0x08);
-	BUILD_BUG_ON(offsetof(struct mc_data, skb) != 0x10);
-	BUILD_BUG_ON(offsetof(struct mc_data, param) != 0x18);
-	BUILD_BUG_ON(offsetof(struct mc_data, param2) != 0x20);
-	BUILD_BUG_ON(offsetof(struct mc_data, param3) != 0x28);
-	BUILD_BUG_ON(offsetof(struct mc_data, result) != 0x50);
-}
 
 #endif /* JIX_MC_DATA_H */

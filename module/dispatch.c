@@ -9,6 +9,7 @@
 #include "module/api.h"
 #include "datapath/datapath.h"
 #include "vlan/vlan.h"
+#include "jix_layout_check.h"
 
 typedef int (*jix_mc_op_t)(struct mc_data *mc);
 
@@ -64,7 +65,6 @@ int quor_jix_muliticast_api_hook(void *data)
 {
 	struct mc_data *mc = data;
 
-	jix_mc_data_layout_check();
 	jix_dbg(JIX_DBG_TRACE, "[%s]Enter, function_id=%d\n", __func__,
 		mc->api_function_id);
 	return jix_mc_dispatch(mc, mc->api_function_id, quor_mc_api_operation,

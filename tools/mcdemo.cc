@@ -15,7 +15,7 @@ namespace {
 
 int api(u32 id, void *param)
 {
-	mc_data mc{};
+	quor_peer_mc mc{};
 	mc.api_function_id = id;
 	mc.param.ptr = param;
 	__QUOR_HOOK(QUOR_HOOK_TYPE_MULTICAST, QUOR_MC_SUBTYPE_API, &mc);

@@ -14,6 +14,8 @@ extern "C" {
 
 /* platform.h and quor_vendor.h carry no C++ linkage guard of their own. */
 #include "../platform.h"
+/* The records as the module's peers fill them. */
+#include "../quor_peer.h"
 
 /* Put every emulated facility back to its initial state.  Devices and
  * pending timers left over are dropped; counters are zeroed. */
@@ -120,6 +122,13 @@ void host_chrdev_fail_next(int err);
 /* ---- vendor stand-in ---- */
 /* Make the next quor_register_hook fail with @err. */
 void host_quor_fail_next_register(int err);
+/*
+ * Offer @skb to the per-packet hook as the network driver does: a hook
+ * record with in_function_id 0 and the frame in skb, nothing else set.
+ * Returns the hook's return; the module's answer goes to *result (-1, the
+ * driver's default, when no operation ran).
+ */
+int host_driver_offer(struct sk_buff *skb, int *result);
 /* Registered hook ops of (type, subtype), or NULL. */
 struct quor_hook_ops *host_quor_find(unsigned int type, unsigned int subtype);
 int host_quor_registered_count(void);

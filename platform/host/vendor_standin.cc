@@ -5,6 +5,7 @@
  * switch port lookup), and the hardware forwarding driver's pointers.
  */
 #include "host_emul.h"
+#include "quor_peer.h"
 
 #include <atomic>
 #include <map>
@@ -267,6 +268,19 @@ int __QUOR_HOOK(unsigned int type, unsigned int subtype, void *data)
 			return ops->hookfn ? ops->hookfn(data) : -1;
 	}
 	return -1;
+}
+
+int host_driver_offer(struct sk_buff *skb, int *result)
+{
+	struct quor_peer_mc mc = {};
+	int ret;
+
+	mc.in_function_id = 0;
+	mc.skb = skb;
+	mc.result = -1;
+	ret = __QUOR_HOOK(QUOR_HOOK_TYPE_MULTICAST, QUOR_MC_SUBTYPE_INTERVAL, &mc);
+	*result = mc.result;
+	return ret;
 }
 
 struct quor_hook_ops *host_quor_find(unsigned int type, unsigned int subtype)

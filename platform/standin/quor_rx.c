@@ -15,7 +15,7 @@
  * renamed.  Attachment state is changed under RTNL only.
  */
 #include "quor_vendor.h"
-#include "jix_mc_data.h"
+#include "quor_peer.h"
 #include "quor_rx.h"
 
 #include <linux/if_vlan.h>
@@ -54,10 +54,17 @@ static struct sk_buff *quor_rx_restore_tag(struct sk_buff *skb)
 	return __vlan_hwaccel_push_inside(skb);
 }
 
+/* The vendor words of a frame, as the forwarding engine reads them. */
+static u32 *quor_rx_word(struct sk_buff *skb, unsigned int off)
+{
+	BUILD_BUG_ON(sizeof(skb->cb) != 48);
+	return (u32 *)&skb->cb[off];
+}
+
 static rx_handler_result_t quor_rx_handler(struct sk_buff **pskb)
 {
 	struct sk_buff *skb = *pskb;
-	struct mc_data mc = { 0 };
+	struct quor_peer_mc mc = { 0 };
 
 	skb = skb_share_check(skb, GFP_ATOMIC);
 	if (!skb)
@@ -74,14 +81,17 @@ static rx_handler_result_t quor_rx_handler(struct sk_buff **pskb)
 	skb_pull(skb, ETH_HLEN);
 	skb_reset_network_header(skb);
 
-	memset(QUOR_SKB_VENDOR_CB(skb), 0, sizeof(struct quor_skb_vendor_cb));
+	*quor_rx_word(skb, QUOR_PEER_CB_VENDOR_FLAGS) = 0;
+	*quor_rx_word(skb, QUOR_PEER_CB_HWNAT_CTRL) = 0;
+	/* The per-packet call: the frame in skb, the argument left clear. */
 	mc.in_function_id = 0;
-	mc.param.ptr = skb;
+	mc.skb = skb;
 	mc.result = -1;
 	WRITE_ONCE(rx_offered, READ_ONCE(rx_offered) + 1);
 	if (__QUOR_HOOK(QUOR_HOOK_TYPE_MULTICAST, QUOR_MC_SUBTYPE_INTERVAL,
 			&mc) >= 0 && mc.result == 0) {
-		WRITE_ONCE(rx_hwnat_ctrl, QUOR_SKB_VENDOR_CB(skb)->hwnat_ctrl);
+		WRITE_ONCE(rx_hwnat_ctrl,
+			   *quor_rx_word(skb, QUOR_PEER_CB_HWNAT_CTRL));
 		WRITE_ONCE(rx_handled, READ_ONCE(rx_handled) + 1);
 		consume_skb(skb);
 		return RX_HANDLER_CONSUMED;

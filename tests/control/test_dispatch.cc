@@ -9,7 +9,7 @@ class Dispatch : public ModuleTest {};
 
 int interval(u32 id, s32 *result)
 {
-	mc_data mc{};
+	quor_peer_mc mc{};
 	mc.in_function_id = id;
 	mc.result = 777;
 	int ret = __QUOR_HOOK(QUOR_HOOK_TYPE_MULTICAST, QUOR_MC_SUBTYPE_INTERVAL, &mc);
@@ -156,7 +156,7 @@ TEST_F(Dispatch, ClearByPortOnEmptyDatabaseDoesNothing)
 
 ApiResult set_type(const char *name, u32 type)
 {
-	mc_data mc{};
+	quor_peer_mc mc{};
 	mc.api_function_id = QUOR_MC_API_SET_PORT_TYPE;
 	mc.param.val = type;
 	mc.param2 = (void *)name;

@@ -41,7 +41,7 @@ inline Bytes data_of(const sk_buff *skb)
 // An API operation on a frame (operations 2 and 3).
 inline int api_skb(u32 id, sk_buff *skb)
 {
-	mc_data mc{};
+	quor_peer_mc mc{};
 	mc.api_function_id = id;
 	mc.skb = skb;
 	EXPECT_EQ(1, __QUOR_HOOK(QUOR_HOOK_TYPE_MULTICAST, QUOR_MC_SUBTYPE_API, &mc));

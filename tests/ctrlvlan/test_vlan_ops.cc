@@ -199,7 +199,7 @@ TEST_F(VlanOps, NoHardwareCallsWithoutAFlowOrWithoutHooks)
 
 TEST_F(VlanOps, OperationThreeConsumesItsFrameOnEveryPath)
 {
-	mc_data mc{};
+	quor_peer_mc mc{};
 	mc.api_function_id = QUOR_MC_API_VLAN_HANDLE;
 	__QUOR_HOOK(QUOR_HOOK_TYPE_MULTICAST, QUOR_MC_SUBTYPE_API, &mc);
 	EXPECT_EQ(-1, mc.result);	// no frame

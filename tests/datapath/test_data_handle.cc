@@ -50,12 +50,8 @@ protected:
 		skb->dev = in;
 		unsigned char *data = skb->data;
 		unsigned int len = skb->len;
-		mc_data mc{};
-		mc.param.ptr = skb.get();
-		mc.result = 12345;
-		EXPECT_EQ(1, __QUOR_HOOK(QUOR_HOOK_TYPE_MULTICAST,
-					 QUOR_MC_SUBTYPE_INTERVAL, &mc));
-		int ret = mc.result;
+		int ret = 12345;
+		EXPECT_EQ(1, host_driver_offer(skb.get(), &ret));
 		EXPECT_EQ(data, skb->data) << "data pointer moved";
 		EXPECT_EQ(len, skb->len);
 		EXPECT_EQ(frame, Bytes(skb_mac_header(skb.get()),
@@ -234,9 +230,9 @@ TEST_F(DataHandle, DataWithoutRoomForItsEthernetHeaderIsLeftAlone)
 	fake::reset();
 	Skb skb = skb_from(data_frame(), 0);
 	skb_reset_mac_header(skb.get());	// MAC header at the data pointer
-	mc_data mc{};
-	mc.param.ptr = skb.get();
-	EXPECT_EQ(-1, jix_multicast_data_handle(&mc));
+	int ret = 0;
+	EXPECT_EQ(1, host_driver_offer(skb.get(), &ret));
+	EXPECT_EQ(-1, ret);
 	EXPECT_TRUE(fake::calls.empty());
 	EXPECT_EQ(0u, sent(eth01));
 }

@@ -266,8 +266,7 @@ TEST_F(Faults, DataHandlerWithMembersLosesAtMostOneCopy)
 		},
 		[&] {
 			unsigned char *data = skb->data;
-			mc_data mc{};
-			mc.param.ptr = skb.get();
+			quor_peer_mc mc{};
 			mc.skb = skb.get();
 			EXPECT_EQ(1, __QUOR_HOOK(QUOR_HOOK_TYPE_MULTICAST,
 						 QUOR_MC_SUBTYPE_INTERVAL, &mc));

@@ -52,7 +52,7 @@ struct Owned {
 void op_api(fz::Input &in)
 {
 	Owned own;
-	mc_data mc;
+	quor_peer_mc mc;
 	in.fill(&mc, sizeof(mc));
 	uint8_t idb = in.u8();
 	mc.api_function_id = idb < 0xf0 ? idb % 16 : in.u32();
@@ -170,7 +170,7 @@ void op_api(fz::Input &in)
 		lan_map_data[mc.param.bytes[0]].dev : nullptr;
 	unsigned int tx0 = xdev ? host_netdev_tx_count(xdev) : 0;
 	mc.result = 0x5a5a5a5a;
-	mc_data before = mc;
+	quor_peer_mc before = mc;
 
 	int ret = fz::api_call(&mc);
 

@@ -199,10 +199,9 @@ void op_interval(fz::Input &in)
 	frames::Skb skb = skb_for(f, headroom_from(in), false);
 	FZ_CHECK(skb, "no buffer");
 	uint8_t id = in.u8();
-	mc_data mc{};
+	quor_peer_mc mc{};
 	mc.in_function_id = id < 0xf0 ? 0 : (id < 0xfc ? id % 8 : in.u32());
 	mc.skb = skb.get();
-	mc.param.ptr = skb.get();
 	mc.result = 12345;
 	Snapshot s = snap(skb.get());
 	unsigned long cbs = fz::rx_cb_calls;
@@ -229,11 +228,11 @@ void op_vlan_api(fz::Input &in, u32 id)
 	frames::Skb skb = skb_for(f, headroom_from(in), true);
 	FZ_CHECK(skb, "no buffer");
 	bool none = in.u8() >= 0xf8;
-	mc_data mc{};
+	quor_peer_mc mc{};
 	mc.api_function_id = id;
 	mc.skb = none ? nullptr : skb.get();
 	mc.result = 12345;
-	mc_data before = mc;
+	quor_peer_mc before = mc;
 	Snapshot s = snap(skb.get());
 
 	int ret = fz::api_call(&mc);
@@ -297,7 +296,7 @@ void op_driver_hooks(fz::Input &in)
 
 void op_control(fz::Input &in)
 {
-	mc_data mc{};
+	quor_peer_mc mc{};
 	igmp_entry_info e;
 	u32 mode;
 	u8 b;
@@ -394,7 +393,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 	unsigned int pre = in.u8() % 8;
 	for (unsigned int i = 0; i < pre; i++) {
 		igmp_entry_info e = fz::entry_from(in);
-		mc_data mc{};
+		quor_peer_mc mc{};
 		mc.api_function_id = QUOR_MC_API_ENTRY_ADD;
 		mc.param.ptr = &e;
 		fz::api_call(&mc);

@@ -101,7 +101,7 @@ void populate(fz::Input &in)
 		e.grp_mac[0] = 0x01;
 		e.grp_mac[5] = (u8)i;
 		e.vlan_mode = i % 6;
-		mc_data mc{};
+		quor_peer_mc mc{};
 		mc.api_function_id = QUOR_MC_API_ENTRY_ADD;
 		mc.param.ptr = &e;
 		fz::api_call(&mc);

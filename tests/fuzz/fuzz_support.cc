@@ -137,7 +137,7 @@ int fake_rx_cb(u8 port, u8 *frame, u32 len)
 	return (int)((sum + len) & 1);
 }
 
-int api_call(mc_data *mc)
+int api_call(quor_peer_mc *mc)
 {
 	return __QUOR_HOOK(QUOR_HOOK_TYPE_MULTICAST, QUOR_MC_SUBTYPE_API, mc);
 }
@@ -165,12 +165,12 @@ void start(Input &in, bool choose_modes)
 	if (!choose_modes)
 		return;
 	u32 mode = in.u8() % 7;		/* 6: out of range, refused */
-	mc_data mc{};
+	quor_peer_mc mc{};
 	mc.api_function_id = QUOR_MC_API_SET_FILTER_MODE;
 	mc.param.ptr = &mode;
 	api_call(&mc);
 	u8 snoop = in.u8() & 1 ? 0 : 1;
-	mc = mc_data{};
+	mc = quor_peer_mc{};
 	mc.api_function_id = QUOR_MC_API_SET_SNOOPING;
 	mc.param.ptr = &snoop;
 	api_call(&mc);

@@ -113,7 +113,7 @@ int fake_rx_cb(u8 port, u8 *frame, u32 len);
 extern unsigned long rx_cb_calls;
 
 // One API call through the hook framework.
-int api_call(mc_data *mc);
+int api_call(quor_peer_mc *mc);
 
 // A fresh module: the emulation reset, devices registered and up as the
 // input says, driver fakes installed, the module started, then filter

@@ -434,7 +434,7 @@ mcctl add $G $GM 16 100 4 8100 012c $NOTAG
 handled() { cat /sys/module/quor_platform/parameters/rx_handled; }
 h0=$(handled)
 stream /tmp/s1 udp $G 8100:100
-check "stream: the driver was told all 20 frames were handled" [ $(($(handled) - h0)) = 20 ]
+check "stream: all 20 frames offered with only skb set were handled" [ $(($(handled) - h0)) = 20 ]
 check "stream: transparent port gets it as sent" rx_line /tmp/s1 e01-p 20 8100:100
 check "stream: replace port gets VLAN 200" rx_line /tmp/s1 e02-p 20 8100:200
 check "stream: strip port gets it untagged" rx_line /tmp/s1 e03-p 20 none

@@ -9,7 +9,7 @@
  *   jix_mc_probe: xmit port=<p> len=<n> result=<r> hook=<h>
  *
  * <h> is the hook's return (1 when an operation ran), <r> the operation's
- * status in mc_data (2 done, -1 refused).  Load it once per action and
+ * status in the hook record (2 done, -1 refused).  Load it once per action and
  * unload it again.
  *
  * With rx_cb=1 it stays the control plane's receive callback while loaded
@@ -43,8 +43,8 @@
 #include <linux/slab.h>
 #include <linux/string.h>
 
-#include "jix_mc_data.h"
-#include "uapi/jix_mc_uapi.h"
+#include "quor_vendor.h"
+#include "quor_peer.h"
 #include "jix_probe_frame.h"
 
 static char *add_grp;
@@ -94,7 +94,7 @@ static char *op_name;
 module_param(op_name, charp, 0444);
 
 /* Returns the hook's result; the operation's status goes to *result. */
-static int probe_api(struct mc_data *mc, int *result)
+static int probe_api(struct quor_peer_mc *mc, int *result)
 {
 	int hook;
 
@@ -105,7 +105,7 @@ static int probe_api(struct mc_data *mc, int *result)
 }
 
 /* The MAC of a group: 01:00:5e + low 23 bits, or 33:33 + low 32 bits. */
-static void probe_group_mac(const struct mc_ip_addr *g, u8 mac[6])
+static void probe_group_mac(const struct quor_peer_addr *g, u8 mac[6])
 {
 	if (g->isipv6) {
 		mac[0] = 0x33;
@@ -122,9 +122,9 @@ static void probe_group_mac(const struct mc_ip_addr *g, u8 mac[6])
 }
 
 /* The entry described by the add_* parameters. */
-static int probe_entry(struct igmp_entry_info *e_out)
+static int probe_entry(struct quor_peer_entry *e_out)
 {
-	struct igmp_entry_info e;
+	struct quor_peer_entry e;
 
 	memset(&e, 0, sizeof(e));
 	if (!add_grp)
@@ -155,15 +155,15 @@ static int probe_entry(struct igmp_entry_info *e_out)
 
 static int probe_add(void)
 {
-	struct igmp_entry_info e;
-	struct mc_data mc;
+	struct quor_peer_entry e;
+	struct quor_peer_mc mc;
 	int hook, result, ret;
 
 	ret = probe_entry(&e);
 	if (ret)
 		return ret;
 	memset(&mc, 0, sizeof(mc));
-	mc.api_function_id = QUOR_MC_API_ENTRY_ADD;
+	mc.api_function_id = QUOR_PEER_OP_ENTRY_ADD;
 	mc.param.ptr = &e;
 	hook = probe_api(&mc, &result);
 	printk("jix_mc_probe: add %s port=%d result=%d hook=%d\n", add_grp,
@@ -173,7 +173,7 @@ static int probe_add(void)
 
 static int probe_xmit(void)
 {
-	struct mc_data mc;
+	struct quor_peer_mc mc;
 	int hook, result;
 	u8 *frame;
 	uint i;
@@ -187,7 +187,7 @@ static int probe_xmit(void)
 		frame[i] = jix_probe_frame_byte(i, (unsigned int)xmit_port);
 
 	memset(&mc, 0, sizeof(mc));
-	mc.api_function_id = QUOR_MC_API_XMIT;
+	mc.api_function_id = QUOR_PEER_OP_XMIT;
 	mc.param.bytes[0] = (u8)xmit_port;
 	mc.param.bytes[1] = (u8)xmit_flags;
 	mc.param2 = frame;
@@ -254,7 +254,7 @@ static struct sk_buff *probe_stag_frame(const u8 grp[4], unsigned int seq)
 static int probe_vlan_handle(void)
 {
 	int hook = -1, result = 0, sent = 0;
-	struct mc_data mc;
+	struct quor_peer_mc mc;
 	u8 grp[4];
 	uint i;
 
@@ -268,7 +268,7 @@ static int probe_vlan_handle(void)
 		if (!skb)
 			return -ENOMEM;
 		memset(&mc, 0, sizeof(mc));
-		mc.api_function_id = QUOR_MC_API_VLAN_HANDLE;
+		mc.api_function_id = QUOR_PEER_OP_VLAN_HANDLE;
 		mc.skb = skb;
 		/* The operation runs in the receive path on a real box. */
 		local_bh_disable();
@@ -285,7 +285,7 @@ static int probe_vlan_handle(void)
 }
 
 /* Operation 2 on a switch-tagged frame: 1:N or not, frame given back. */
-static int probe_op2(struct mc_data *mc, const char **out)
+static int probe_op2(struct quor_peer_mc *mc, const char **out)
 {
 	struct sk_buff *skb;
 	u8 grp[4], before[96];
@@ -311,9 +311,9 @@ static int probe_op2(struct mc_data *mc, const char **out)
 
 static int probe_op(void)
 {
-	struct igmp_entry_info e, recs[8];
-	struct igmp_entry_get_req req;
-	struct mc_data mc;
+	struct quor_peer_entry e, recs[8];
+	struct quor_peer_get_req req;
+	struct quor_peer_mc mc;
 	const char *out = "-";
 	u32 word = (u32)op_arg;
 	u8 byte = (u8)op_arg;
@@ -323,36 +323,36 @@ static int probe_op(void)
 	memset(&mc, 0, sizeof(mc));
 	mc.api_function_id = (u32)op;
 	switch (op) {
-	case QUOR_MC_API_VLAN_IS_ONE_TO_N:
+	case QUOR_PEER_OP_VLAN_IS_ONE_TO_N:
 		return probe_op2(&mc, &out);
-	case QUOR_MC_API_ENTRY_DEL:
-	case QUOR_MC_API_ENTRY_UPDATE:
+	case QUOR_PEER_OP_ENTRY_DEL:
+	case QUOR_PEER_OP_ENTRY_UPDATE:
 		ret = probe_entry(&e);
 		if (ret)
 			return ret;
 		mc.param.ptr = &e;
 		break;
-	case QUOR_MC_API_CLEAR_BY_PORT:
+	case QUOR_PEER_OP_CLEAR_BY_PORT:
 		mc.param.bytes[0] = byte;
 		break;
-	case QUOR_MC_API_CLEAR_ALL:
+	case QUOR_PEER_OP_CLEAR_ALL:
 		break;
-	case QUOR_MC_API_ENTRY_GET:
+	case QUOR_PEER_OP_ENTRY_GET:
 		memset(&req, 0, sizeof(req));
 		req.port_id = byte;
 		req.entry_num = ARRAY_SIZE(recs);
 		req.entries = recs;
 		mc.param.ptr = &req;
 		break;
-	case QUOR_MC_API_SET_FILTER_MODE:
-	case QUOR_MC_API_GET_FILTER_MODE:
+	case QUOR_PEER_OP_SET_FILTER_MODE:
+	case QUOR_PEER_OP_GET_FILTER_MODE:
 		mc.param.ptr = &word;
 		break;
-	case QUOR_MC_API_SET_SNOOPING:
-	case QUOR_MC_API_GET_SNOOPING:
+	case QUOR_PEER_OP_SET_SNOOPING:
+	case QUOR_PEER_OP_GET_SNOOPING:
 		mc.param.ptr = &byte;
 		break;
-	case QUOR_MC_API_SET_PORT_TYPE:
+	case QUOR_PEER_OP_SET_PORT_TYPE:
 		mc.param.val = word;
 		mc.param2 = op_name;
 		break;
@@ -360,11 +360,11 @@ static int probe_op(void)
 		return -EINVAL;
 	}
 	hook = probe_api(&mc, &result);
-	if (op == QUOR_MC_API_ENTRY_GET)
+	if (op == QUOR_PEER_OP_ENTRY_GET)
 		snprintf(num, sizeof(num), "%d", req.entry_num);
-	else if (op == QUOR_MC_API_GET_FILTER_MODE)
+	else if (op == QUOR_PEER_OP_GET_FILTER_MODE)
 		snprintf(num, sizeof(num), "%u", word);
-	else if (op == QUOR_MC_API_GET_SNOOPING)
+	else if (op == QUOR_PEER_OP_GET_SNOOPING)
 		snprintf(num, sizeof(num), "%u", byte);
 	else
 		strscpy(num, out, sizeof(num));
@@ -385,11 +385,11 @@ typedef int (*probe_rx_fn)(u8 port, u8 *frame, u32 len);
 
 static int probe_set_cb(probe_rx_fn fn)
 {
-	struct mc_data mc;
+	struct quor_peer_mc mc;
 	int hook, result;
 
 	memset(&mc, 0, sizeof(mc));
-	mc.api_function_id = QUOR_MC_API_SET_RECV_CB;
+	mc.api_function_id = QUOR_PEER_OP_SET_RECV_CB;
 	mc.param.ptr = &fn;
 	hook = probe_api(&mc, &result);
 	printk("jix_mc_probe: recv_cb %s result=%d hook=%d\n",

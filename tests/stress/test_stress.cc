@@ -89,7 +89,7 @@ frames::Bytes frame(std::mt19937 &rng)
 
 int api(u32 id, void *param, u8 b0 = 0)
 {
-	mc_data mc{};
+	quor_peer_mc mc{};
 
 	mc.api_function_id = id;
 	mc.param.ptr = param;
@@ -141,8 +141,7 @@ TEST(Stress, SharedStateUnderAllCallers)
 			while (!stop) {
 				frames::Bytes f = frame(rng);
 				frames::Skb skb = frames::skb_from(f);
-				mc_data mc{};
-				mc.param.ptr = skb.get();
+				quor_peer_mc mc{};
 				mc.skb = skb.get();
 				local_bh_disable();
 				__QUOR_HOOK(QUOR_HOOK_TYPE_MULTICAST,
@@ -160,7 +159,7 @@ TEST(Stress, SharedStateUnderAllCallers)
 			skb_reserve(skb, 32);
 			memcpy(skb_put(skb, (unsigned int)f.size()), f.data(), f.size());
 			skb_reset_mac_header(skb);
-			mc_data mc{};
+			quor_peer_mc mc{};
 			mc.skb = skb;
 			mc.api_function_id = rng() % 2 ? QUOR_MC_API_VLAN_IS_ONE_TO_N
 						       : QUOR_MC_API_VLAN_HANDLE;
@@ -197,7 +196,7 @@ TEST(Stress, SharedStateUnderAllCallers)
 					u8 on = rng() % 4 != 0;
 					api(QUOR_MC_API_SET_SNOOPING, &on);
 				} else if (r < 88) {
-					mc_data mc{};
+					quor_peer_mc mc{};
 					mc.api_function_id = QUOR_MC_API_SET_PORT_TYPE;
 					mc.param.val = 1 + rng() % 2;
 					mc.param2 = (void *)(rng() % 2 ? "eth0.2" : "eth0.3");

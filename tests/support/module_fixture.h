@@ -22,11 +22,14 @@ extern "C" {
 
 namespace jt {
 
-// An IPv4 (or IPv6, when the address has a colon) entry request.
+// An IPv4 (or IPv6, when the address has a colon) entry request, laid out
+// as the control plane lays it out.
 inline igmp_entry_info entry(u8 port, const char *grp, s16 vlan = -1,
 			     const char *mac = nullptr)
 {
-	igmp_entry_info e{};
+	quor_peer_entry e{};
+	igmp_entry_info out;
+
 	e.port = port;
 	e.vlan = vlan;
 	if (strchr(grp, ':')) {
@@ -48,18 +51,20 @@ inline igmp_entry_info entry(u8 port, const char *grp, s16 vlan = -1,
 				   e.grp_ip.addr[14], e.grp_ip.addr[15] };
 		memcpy(e.grp_mac, mc, 6);
 	}
-	return e;
+	static_assert(sizeof(e) == sizeof(out), "entry record");
+	memcpy(&out, &e, sizeof(out));
+	return out;
 }
 
 // One API call through the hook framework, as the control plane makes it.
 struct ApiResult {
 	int hook;	// the dispatcher's return
-	int result;	// mc_data.result
+	int result;	// the record's result
 };
 
 inline ApiResult api(u32 id, void *param, void *param2 = nullptr, u32 param3 = 0)
 {
-	mc_data mc{};
+	quor_peer_mc mc{};
 	mc.api_function_id = id;
 	mc.param.ptr = param;
 	mc.param2 = param2;
@@ -72,7 +77,7 @@ inline ApiResult api(u32 id, void *param, void *param2 = nullptr, u32 param3 = 0
 inline ApiResult api_u8(u32 id, u8 b0, u8 b1 = 0, void *param2 = nullptr,
 			u32 param3 = 0)
 {
-	mc_data mc{};
+	quor_peer_mc mc{};
 	mc.api_function_id = id;
 	mc.param.bytes[0] = b0;
 	mc.param.bytes[1] = b1;
@@ -86,12 +91,15 @@ inline ApiResult api_u8(u32 id, u8 b0, u8 b1 = 0, void *param2 = nullptr,
 // A request for up to @n entries of @port, answered into @recs.
 inline igmp_entry_get_req get_req(u8 port, igmp_entry_info *recs, s32 n)
 {
-	igmp_entry_get_req req{};
+	quor_peer_get_req req{};
+	igmp_entry_get_req out;
 
 	req.port_id = port;
 	req.entry_num = n;
-	req.entries = recs;
-	return req;
+	req.entries = (quor_peer_entry *)recs;
+	static_assert(sizeof(req) == sizeof(out), "request record");
+	memcpy(&out, &req, sizeof(out));
+	return out;
 }
 
 // Entries of the database in list order (read under the lock).
