@@ -104,7 +104,7 @@ void quor_mcst_send_specific_query(struct sk_buff *skb)
 {
 	u64 mask = 0;
 
-	igmp_get_fwd_portmask(skb, &mask);
+	jix_query_fwd_portmask(skb, &mask);
 	jix_dbg(JIX_DBG_TRACE, "[%s]before query : fwd_port_mask = 0x%lx\n",
 		__func__, (unsigned long)mask);
 	mask = jix_ctrl_query_mask(mask);

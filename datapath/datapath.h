@@ -93,6 +93,11 @@ void jix_xpon_parse(struct sk_buff *skb, struct jix_pkt *pk);
  */
 void igmp_get_fwd_portmask(struct sk_buff *skb, u64 *mask);
 void quor_mcst_get_fwd_mask(struct sk_buff *skb, u32 vid, u64 *mask);
+/*
+ * The member ports of a query's group, as igmp_get_fwd_portmask, without
+ * teaching the entries a flow index: only data frames carry their flow.
+ */
+void jix_query_fwd_portmask(struct sk_buff *skb, u64 *mask);
 
 struct jix_port_actions;
 /* The data handler's member ports (flooded with snooping off) and their

@@ -16,6 +16,7 @@ struct jix_fwd_key {
 	struct mc_ip_addr grp_ip;
 	int vid;			/* -1: untagged */
 	s32 flow_idx;			/* -1: none */
+	bool learn;			/* matching entries take flow_idx */
 };
 
 static void jix_fwd_key_of(struct sk_buff *skb, int vid,
@@ -26,6 +27,7 @@ static void jix_fwd_key_of(struct sk_buff *skb, int vid,
 
 	memset(k, 0, sizeof(*k));
 	k->flow_idx = skb && to_foe ? to_foe(skb) : -1;
+	k->learn = true;
 	if (dst)
 		memcpy(k->grp_mac, dst, ETH_ALEN);
 	jix_xpon_get_src_and_dst_addr(&k->src_ip, &k->grp_ip, skb);
@@ -40,6 +42,7 @@ static void jix_fwd_key_of_pkt(struct sk_buff *skb, const struct jix_pkt *pk,
 
 	memset(k, 0, sizeof(*k));
 	k->flow_idx = to_foe ? to_foe(skb) : -1;
+	k->learn = true;
 	if (pk->dst)
 		memcpy(k->grp_mac, pk->dst, ETH_ALEN);
 	k->src_ip = pk->src;
@@ -182,7 +185,8 @@ static void jix_fwd_walk_locked(const struct jix_fwd_key *k, u32 mode,
 		if (e->hkey != h || !jix_fwd_match(e, k, mode))
 			continue;
 		*mask |= jix_port_bit(e->port);
-		e->flow_idx = k->flow_idx;
+		if (k->learn)
+			e->flow_idx = k->flow_idx;
 	}
 }
 
@@ -204,6 +208,17 @@ void igmp_get_fwd_portmask(struct sk_buff *skb, u64 *mask)
 	jix_fwd_key_of(skb, jix_xpon_get_outer_vid(skb), &k);
 	if (READ_ONCE(quor_mc_debug_level) >= JIX_DBG_TRACE)
 		jix_fwd_print_key(__func__, &k, false);
+	jix_fwd_walk(&k, mask);
+}
+
+void jix_query_fwd_portmask(struct sk_buff *skb, u64 *mask)
+{
+	struct jix_fwd_key k;
+
+	jix_fwd_key_of(skb, jix_xpon_get_outer_vid(skb), &k);
+	k.learn = false;
+	if (READ_ONCE(quor_mc_debug_level) >= JIX_DBG_TRACE)
+		jix_fwd_print_key("igmp_get_fwd_portmask", &k, false);
 	jix_fwd_walk(&k, mask);
 }
 

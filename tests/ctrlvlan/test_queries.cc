@@ -158,4 +158,34 @@ TEST_F(Queries, SpecificQueryGoesToReMappedMemberPorts)
 	EXPECT_EQ(0u, count(log_take(), "dev name"));
 }
 
+std::vector<std::string> engine;
+int rec_info(int idx, unsigned mask, int)
+{
+	engine.push_back(std::to_string(idx) + "/" + std::to_string(mask));
+	return 0;
+}
+
+// A query has no flow of its own: the data flow's index stays with the
+// group's entries, so a leave after the query still reaches the engine.
+TEST_F(Queries, QueryLeavesTheDataFlowIndexAlone)
+{
+	igmp_entry_info a = entry(0, "239.1.1.1"), b = entry(1, "239.1.1.1");
+	quor_igmp_add_entry(&a);
+	quor_igmp_add_entry(&b);
+	foe_index = 7;
+	frames::Skb data = frames::skb_from(
+		frames::ipv4_udp_frame("10.0.0.1", "239.1.1.1", 5000, 5001));
+	int ret = -2;
+	ASSERT_EQ(1, host_driver_offer(data.get(), &ret));
+	ASSERT_EQ(0, ret);
+	foe_index = -1;
+	query(specific, JIX_QUERY_SPECIFIC, dev["eth0.1"]);
+	for (auto &e : fdb_entries())
+		EXPECT_EQ(7, e.flow_idx) << (int)e.port;
+	engine.clear();
+	hwnat_multicast_set_hwnat_info_hook = rec_info;
+	quor_igmp_del_entry(&b);
+	EXPECT_EQ(std::vector<std::string>{ "7/1" }, engine);
+}
+
 } // namespace
