@@ -149,8 +149,12 @@ static void hwnat_table_open(struct hwnat_table *t)
 	spin_unlock_bh(t->lock);
 }
 
-/* Close @t and move every record, live or orphan, onto @gone. */
-static void hwnat_table_close(struct hwnat_table *t, struct list_head *gone)
+/*
+ * Close @t: its live records go onto @live, its orphans (already removed,
+ * waiting for their expiry) onto @gone.
+ */
+static void hwnat_table_close(struct hwnat_table *t, struct list_head *live,
+			      struct list_head *gone)
 {
 	struct hwnat_flow_entry *e;
 
@@ -163,7 +167,7 @@ static void hwnat_table_close(struct hwnat_table *t, struct list_head *gone)
 	WRITE_ONCE(t->count, 0);
 	list_for_each_entry(e, &t->orphans, list)
 		e->life = HWNAT_RELEASED;
-	list_splice_tail_init(t->list, gone);
+	list_splice_tail_init(t->list, live);
 	list_splice_tail_init(&t->orphans, gone);
 	spin_unlock_bh(t->lock);
 }
@@ -178,16 +182,25 @@ void jix_init_hwnat_list(void)
 /*
  * Module stop, after the driver hooks and the hook entry points are gone.
  * Closed tables refuse records that a late driver call would still add.
- * An expiry in flight finds its record released and leaves it alone;
- * del_timer_sync() waits for it, with no lock held, before the free.
+ * Each live drop record is deleted in the engine first, so that a reload
+ * does not find its group still dropped; flow records left over are
+ * released quietly.  An expiry in flight finds its record released and
+ * leaves it alone; del_timer_sync() waits for it, with no lock held,
+ * before the free.  Process context, no lock held.
  */
 void jix_hwnat_release_all(void)
 {
+	int (*del)(int index) = READ_ONCE(hwnat_delete_foe_entry_hook);
 	struct hwnat_flow_entry *e, *n;
+	LIST_HEAD(drops);
 	LIST_HEAD(gone);
 
-	hwnat_table_close(&hwnat_flows, &gone);
-	hwnat_table_close(&hwnat_drops, &gone);
+	hwnat_table_close(&hwnat_flows, &gone, &gone);
+	hwnat_table_close(&hwnat_drops, &drops, &gone);
+	list_for_each_entry(e, &drops, list)
+		if (del)
+			del(e->index);
+	list_splice_tail_init(&drops, &gone);
 	list_for_each_entry_safe(e, n, &gone, list) {
 		list_del(&e->list);
 		del_timer_sync(&e->timer);
