@@ -183,7 +183,10 @@ int jix_xpon_fwd_data_with_actions(struct sk_buff *skb, u64 mask,
 	return jix_xpon_fwd(skb, mask, pa);
 }
 
-/* Whole linear buffer, 16 bytes a line, with head/network/MAC/data marks. */
+/*
+ * The frame from its start to its end, 16 bytes a line, with network/MAC/
+ * data marks (and the head mark when the frame starts at the buffer).
+ */
 void jix_skb_dump_all(struct sk_buff *skb)
 {
 	long tail = skb_tail_pointer(skb) - skb->head;
@@ -195,8 +198,9 @@ void jix_skb_dump_all(struct sk_buff *skb)
 	printk("\nskb_dump: from %s with len %d (%d) headroom=%d tailroom=%d\n",
 	       skb->dev ? skb->dev->name : "ip stack", skb->len, skb->truesize,
 	       skb_headroom(skb), skb->data_len ? 0 : skb_tailroom(skb));
-	for (i = 0; i < tail; i++) {
-		if (i % 16 == 0) {
+	/* The frame only: headroom bytes are stale memory, not frame. */
+	for (i = data; i < tail; i++) {
+		if ((i - data) % 16 == 0) {
 			if (len)
 				printk("%s", line);
 			len = scnprintf(line, sizeof(line), "\n");
