@@ -6,7 +6,9 @@
  * receive path, or process context); nothing here sleeps.
  *
  * Operation 2 gives the frame back as it came (switch tag put back);
- * operation 3 consumes the frame on every path once it has one.
+ * operation 3 consumes the frame on every path once it has one.  Both edit
+ * the frame in place, so a frame whose data is shared with another owner
+ * (a clone) gets data of its own first.
  */
 #include "vlan.h"
 #include "datapath/datapath.h"
@@ -45,7 +47,7 @@ int quor_mc_hook_vlan_isOneToN(struct mc_data *mc)
 	u32 vid;
 
 	jix_enter();
-	if (!skb)
+	if (!skb || skb_cow(skb, 0))
 		return QUOR_MC_API_FAIL;
 	skb_reset_mac_header(skb);
 	if (!jix_xpon_is_multicast_addr(jix_xpon_get_dst_mac(skb)))
@@ -81,6 +83,10 @@ int quor_mc_hook_vlan_handle(struct mc_data *mc)
 	jix_enter();
 	if (!skb)
 		return QUOR_MC_API_FAIL;
+	if (skb_cow(skb, 0)) {
+		kfree_skb(skb);		/* no data of its own: nothing sent */
+		return QUOR_MC_API_OK;
+	}
 	skb_reset_mac_header(skb);
 	jix_skb_dump(skb);
 	/* The copies leave with the restored type field. */

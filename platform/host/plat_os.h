@@ -461,10 +461,18 @@ struct sk_buff {
 	u32 vendor_flags;		/* vendor per-frame flags word */
 	u32 hwnat_ctrl;			/* vendor forwarding control word */
 	unsigned char *head, *data, *tail, *end;
+	int *dataref;			/* owners of head: the skb and its clones */
 };
 
 struct sk_buff *alloc_skb(unsigned int size, gfp_t gfp);
 struct sk_buff *skb_copy(const struct sk_buff *skb, gfp_t gfp);
+/* A second skb sharing @skb's data, as the kernel's skb_clone(). */
+struct sk_buff *skb_clone(struct sk_buff *skb, gfp_t gfp);
+int skb_cloned(const struct sk_buff *skb);
+/* Private data with @nhead more headroom and @ntail more tailroom. */
+int pskb_expand_head(struct sk_buff *skb, int nhead, int ntail, gfp_t gfp);
+/* Data of @skb's own, with at least @headroom bytes before it. */
+int skb_cow(struct sk_buff *skb, unsigned int headroom);
 void kfree_skb(struct sk_buff *skb);
 void consume_skb(struct sk_buff *skb);
 #define dev_kfree_skb_any(skb)	kfree_skb(skb)

@@ -21,12 +21,16 @@ struct sk_buff *skb_new(unsigned int size)
 		return NULL;
 	struct sk_buff *skb = (struct sk_buff *)calloc(1, sizeof(*skb));
 	unsigned char *head = (unsigned char *)malloc(size ? size : 1);
+	int *ref = (int *)malloc(sizeof(int));
 
-	if (!skb || !head) {
+	if (!skb || !head || !ref) {
 		free(skb);
 		free(head);
+		free(ref);
 		return NULL;
 	}
+	*ref = 1;
+	skb->dataref = ref;
 	skb->head = skb->data = skb->tail = head;
 	skb->end = head + size;
 	skb->truesize = size + sizeof(*skb);
@@ -40,7 +44,10 @@ void skb_free(struct sk_buff *skb)
 {
 	if (!skb)
 		return;
-	free(skb->head);
+	if (__atomic_sub_fetch(skb->dataref, 1, __ATOMIC_ACQ_REL) == 0) {
+		free(skb->head);
+		free(skb->dataref);
+	}
 	free(skb);
 	host::live_dec();
 }
@@ -51,27 +58,10 @@ void shift_header(u16 *hdr, unsigned int by)
 		*hdr = (u16)(*hdr + by);
 }
 
-/* Give @skb @extra more bytes of headroom (pskb_expand_head). */
+/* Give @skb @extra more bytes of headroom. */
 int skb_grow_head(struct sk_buff *skb, unsigned int extra)
 {
-	if (host::atomic_alloc_fails())
-		return -ENOMEM;
-	unsigned int size = (unsigned int)(skb->end - skb->head);
-	unsigned char *head = (unsigned char *)malloc(size + extra);
-
-	if (!head)
-		return -ENOMEM;
-	memcpy(head + extra, skb->head, size);
-	skb->data = head + extra + (skb->data - skb->head);
-	skb->tail = head + extra + (skb->tail - skb->head);
-	skb->end = head + extra + size;
-	free(skb->head);
-	skb->head = head;
-	shift_header(&skb->mac_header, extra);
-	shift_header(&skb->network_header, extra);
-	shift_header(&skb->transport_header, extra);
-	skb->truesize += extra;
-	return 0;
+	return pskb_expand_head(skb, (int)extra, 0, GFP_ATOMIC);
 }
 
 } /* namespace */
@@ -82,6 +72,71 @@ struct sk_buff *alloc_skb(unsigned int size, gfp_t gfp)
 {
 	(void)gfp;
 	return skb_new(size);
+}
+
+int pskb_expand_head(struct sk_buff *skb, int nhead, int ntail, gfp_t gfp)
+{
+	(void)gfp;
+	if (host::atomic_alloc_fails())
+		return -ENOMEM;
+	unsigned int size = (unsigned int)(skb->end - skb->head);
+	unsigned int extra = (unsigned int)nhead;
+	unsigned int nsize = size + extra + (unsigned int)ntail;
+	unsigned char *head = (unsigned char *)malloc(nsize);
+	int *ref = (int *)malloc(sizeof(int));
+
+	if (!head || !ref) {
+		free(head);
+		free(ref);
+		return -ENOMEM;
+	}
+	memcpy(head + extra, skb->head, size);
+	skb->data = head + extra + (skb->data - skb->head);
+	skb->tail = head + extra + (skb->tail - skb->head);
+	skb->end = head + nsize;
+	if (__atomic_sub_fetch(skb->dataref, 1, __ATOMIC_ACQ_REL) == 0) {
+		free(skb->head);
+		free(skb->dataref);
+	}
+	*ref = 1;
+	skb->dataref = ref;
+	skb->head = head;
+	shift_header(&skb->mac_header, extra);
+	shift_header(&skb->network_header, extra);
+	shift_header(&skb->transport_header, extra);
+	skb->truesize += extra + (unsigned int)ntail;
+	return 0;
+}
+
+int skb_cloned(const struct sk_buff *skb)
+{
+	return __atomic_load_n(skb->dataref, __ATOMIC_ACQUIRE) > 1;
+}
+
+int skb_cow(struct sk_buff *skb, unsigned int headroom)
+{
+	unsigned int have = skb_headroom(skb);
+	unsigned int more = headroom > have ? headroom - have : 0;
+
+	if (!more && !skb_cloned(skb))
+		return 0;
+	return pskb_expand_head(skb, (int)more, 0, GFP_ATOMIC);
+}
+
+struct sk_buff *skb_clone(struct sk_buff *skb, gfp_t gfp)
+{
+	(void)gfp;
+	if (host::atomic_alloc_fails())
+		return NULL;
+	struct sk_buff *n = (struct sk_buff *)malloc(sizeof(*n));
+
+	if (!n)
+		return NULL;
+	*n = *skb;
+	n->next = n->prev = NULL;
+	__atomic_add_fetch(skb->dataref, 1, __ATOMIC_ACQ_REL);
+	host::live_inc();
+	return n;
 }
 
 struct sk_buff *skb_copy(const struct sk_buff *skb, gfp_t gfp)

@@ -99,6 +99,26 @@ TEST_F(VlanOps, OperationThreeSendsCopiesWithTheRealType)
 	}
 }
 
+// A clone shares its data with another owner: operations 2 and 3 must
+// edit a private copy, never the bytes the other owner still reads.
+TEST_F(VlanOps, ClonedFramesDoNotChangeUnderTheirOtherOwner)
+{
+	quor_igmp_set_filterMode(IGMP_FILTER_MAC);
+	add(member(0, 1, 100));
+	add(member(1, 1, 200));
+	for (u32 op : { QUOR_MC_API_VLAN_IS_ONE_TO_N, QUOR_MC_API_VLAN_HANDLE }) {
+		for (auto &c : stag_cases()) {
+			frames::Skb other(eth_skb(c.in));
+			sk_buff *mine = skb_clone(other.get(), GFP_ATOMIC);
+			api_skb(op, mine);
+			if (op == QUOR_MC_API_VLAN_IS_ONE_TO_N)
+				kfree_skb(mine);	// given back
+			EXPECT_EQ(frames::hex(c.in), frames::hex(data_of(other.get())))
+				<< op << "/" << c.kind;
+		}
+	}
+}
+
 TEST_F(VlanOps, SwitchTagRemovalAndRecoveryBounds)
 {
 	u8 type = 9;
