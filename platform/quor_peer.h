@@ -140,6 +140,15 @@ QUOR_PEER_AT(struct quor_peer_get_req, entries, 0x18);
 QUOR_PEER_SIZE(struct quor_peer_get_req, 32);
 
 /*
+ * The hardware flow record as the forwarding driver reads it at the
+ * address multicast_speed_find_entry_hook answers: byte offsets.
+ */
+#define QUOR_PEER_FLOW_PROTO		32	/* u32: 2 IPv4, 16 IPv6 */
+#define QUOR_PEER_FLOW_INDEX		36	/* s32 */
+#define QUOR_PEER_FLOW_MASK		64	/* u64 */
+#define QUOR_PEER_FLOW_GRP		96	/* 16 bytes */
+
+/*
  * The frame's vendor words on a kernel without sk_buff fields for them:
  * bytes 40..43 (flags) and 44..47 (forwarding control) of skb->cb.
  */

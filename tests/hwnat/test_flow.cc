@@ -315,7 +315,12 @@ TEST_F(Hwnat, LookupsIgnoreIndexZeroAndBelow)
 	local_bh_disable();
 	hwnat_flow_entry *e = multicast_speed_find_entry_hook(7);
 	ASSERT_NE(nullptr, e);
-	EXPECT_EQ(0, memcmp(e->grp_addr, addr("239.1.1.2").data(), 4));
+	// Read as the driver reads it, by the record's documented offsets.
+	const u8 *raw = (const u8 *)e;
+	s32 idx;
+	memcpy(&idx, raw + QUOR_PEER_FLOW_INDEX, sizeof(idx));
+	EXPECT_EQ(7, idx);
+	EXPECT_EQ(0, memcmp(raw + QUOR_PEER_FLOW_GRP, addr("239.1.1.2").data(), 4));
 	EXPECT_EQ(nullptr, multicast_speed_find_entry_hook(0));
 	EXPECT_EQ(nullptr, multicast_speed_find_entry_hook(-1));
 	EXPECT_EQ(nullptr, multicast_speed_find_entry_hook(9));
