@@ -228,12 +228,14 @@ igmp_entry_info entry_from(Input &in)
 {
 	static const s16 vlans[] = { -1, 0, 1, 100, 300, 4094, 4095, -2 };
 	static const unsigned int tpids[] = { 0, 0x8100, 0x88a8, 0x9100 };
-	igmp_entry_info e{};
+	quor_peer_entry e{};	/* laid out as the control plane does */
+	igmp_entry_info out;
 	uint8_t how = in.u8();
 
+	static_assert(sizeof(e) == sizeof(out), "entry record");
 	if (how >= 0xf0) {	/* any record at all */
-		in.fill(&e, sizeof(e));
-		return e;
+		in.fill(&out, sizeof(out));
+		return out;
 	}
 	uint8_t p = in.u8();
 	e.port = p < 0xe0 ? kNamedPorts[p % kDevNum] : p;
@@ -257,7 +259,8 @@ igmp_entry_info entry_from(Input &in)
 	e.outer_tci = in.u16();
 	e.inner_tpid = (u16)tpids[in.u8() % 4];
 	e.inner_tci = in.u16();
-	return e;
+	memcpy(&out, &e, sizeof(out));
+	return out;
 }
 
 int run_ops(const uint8_t *data, size_t size, unsigned int max_ops,
