@@ -9,6 +9,7 @@
 #include "platform.h"
 #include "jix_mc_data.h"
 #include "uapi/jix_mc_uapi.h"
+#include "jix_mc_trace.h"
 
 /*
  * Debug level: 0 silences every conditional message; 1 errors and refused

@@ -121,6 +121,12 @@ unsigned int host_chrdev_node_major(const char *name);
 /* Make the next jix_chrdev_node_create fail with @err. */
 void host_chrdev_node_fail_next(int err);
 
+/* ---- tracepoints ---- */
+/* Switch the module's tracepoints on (the text starts empty) or off. */
+void host_trace_enable(int on);
+/* The event lines since tracing was switched on, one per line. */
+const char *host_trace_text(void);
+
 /* ---- vendor stand-in ---- */
 /* Make the next quor_register_hook fail with @err. */
 void host_quor_fail_next_register(int err);
