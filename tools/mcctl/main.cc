@@ -344,7 +344,7 @@ int main(int argc, char **argv)
 	std::string err;
 
 	if (!parse(args, c, err)) {
-		fprintf(stderr, "mcctl: %s\n%s", err.c_str(), usage().c_str());
+		fprintf(stderr, "mcctl: %s\nTry 'mcctl --help'.\n", err.c_str());
 		return EXIT_USAGE;
 	}
 	if (c.op == Op::Help || c.op == Op::Version) {
