@@ -72,11 +72,13 @@ TEST(McctlParse, BadInputNamesTheWord)
 		{ { "add", "239.1.1.1", "port", "eth0.9" }, "'eth0.9': expected a port name" },
 		{ { "add", "239.1.1.1", "port", "ux8" }, "'ux8'" },
 		{ { "add", "239.1.1.1", "port", "eth0.1", "mode", "swap" }, "'swap': expected transparent" },
-		{ { "add", "239.1.1.1", "port", "1", "outer", "8100" }, "'8100': expected TPID:VID" },
+		{ { "add", "239.1.1.1", "port", "1", "mode", "add", "outer", "8100" },
+		  "'8100': expected TPID:VID" },
 		{ { "add", "239.1.1.1", "port", "1", "outer", "8100:4096" }, "'8100:4096'" },
 		{ { "add", "239.1.1.1", "port", "1", "outer", "8100:300:p8" }, "'8100:300:p8'" },
 		{ { "add", "239.1.1.1", "port", "1", "inner", "8100:0x12c:p1" }, "inner tag" },
 		{ { "add", "239.1.1.1", "port", "1", "vlan" }, "'vlan' needs a value" },
+		{ { "add", "239.1.1.1", "port", "1", "mode", "replace" }, "mode replace needs 'outer'" },
 		{ { "add", "239.1.1.1", "port", "1", "colour", "red" }, "'colour': expected one of grp" },
 		{ { "add", "239.1.1.1", "vlan", "100" }, "no port" },
 		{ { "add", "port", "1" }, "no group" },
@@ -107,7 +109,7 @@ TEST(McctlParse, ByName)
 		uint8_t mac5;
 	} cases[] = {
 		{ { "239.1.1.1", "port", "eth0.3", "vlan", "100", "mode", "add", "outer", "8100:300" },
-		  2, 4, 100, 0x8100, 300, 0, 0, 1 },
+		  2, 4, 100, 0x8100, 300, 0x8100, 0x0fff, 1 },
 		{ { "grp", "239.129.2.3", "port", "uxi7", "vid", "7", "mode", "replace-remark",
 		    "outer", "88a8:300:p5", "inner", "8100:0xffff" },
 		  31, 2, 7, 0x88a8, 0xa12c, 0x8100, 0xffff, 3 },

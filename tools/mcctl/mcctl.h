@@ -53,7 +53,8 @@ bool parse_port(const std::string &s, unsigned &port);
 // The group MAC of an IPv4 (01:00:5e + low 23 bits) or IPv6 (33:33 +
 // last 4 bytes) group.
 void group_mac(const mc_ip_addr &grp, uint8_t mac[6]);
-// TPID:VID[:pPRIO] or TPID:0xTCI (TPID in hex, VID decimal).
+// TPID:VID[:pPRIO], TPID:0xTCI (TPID in hex, VID decimal) or none
+// (8100:0x0fff, VLAN 4095: no tag).
 bool parse_tag(const std::string &s, uint16_t &tpid, uint16_t &tci);
 
 // The forwarding-entry proc command that deletes @e.  Deletion goes

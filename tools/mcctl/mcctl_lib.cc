@@ -17,7 +17,8 @@ const char *const kModes[] = { "transparent", "replace", "replace-remark",
 			       "strip", "add", "add-remark" };
 const char *const kPortsExpected =
 	"a port name (eth0.1..eth0.8, ux0..ux7, uxi0..uxi7, pon, nas10) or 0..33";
-const char *const kTagExpected = "TPID:VID[:pPRIO] or TPID:0xTCI (e.g. 8100:300, 8100:300:p5)";
+const char *const kTagExpected =
+	"TPID:VID[:pPRIO], TPID:0xTCI or none (e.g. 8100:300, 8100:300:p5)";
 const char *const kKeywords = "one of grp, mac, port, vlan, mode, outer, inner";
 
 bool to_uint(const std::string &s, unsigned long max, unsigned long &out, int base = 0)
@@ -133,7 +134,8 @@ bool parse_positional(const std::vector<std::string> &a, igmp_entry_info &e, std
 // [grp] <group> [mac <mac>] port <port> [vlan <vid>] [mode <mode>] [outer <tag>] [inner <tag>]
 bool parse_keywords(const std::vector<std::string> &a, igmp_entry_info &e, std::string &err)
 {
-	bool have_grp = false, have_mac = false, have_port = false;
+	bool have_grp = false, have_mac = false, have_port = false, have_outer = false,
+	     have_inner = false;
 	unsigned port;
 	size_t i = 0;
 
@@ -173,6 +175,8 @@ bool parse_keywords(const std::vector<std::string> &a, igmp_entry_info &e, std::
 		} else if (!parse_tag(v, k == "outer" ? e.outer_tpid : e.inner_tpid,
 				      k == "outer" ? e.outer_tci : e.inner_tci)) {
 			return bad(err, k == "outer" ? "outer tag" : "inner tag", v, kTagExpected);
+		} else {
+			(k == "outer" ? have_outer : have_inner) = true;
 		}
 	}
 	if (!have_grp)
@@ -181,6 +185,14 @@ bool parse_keywords(const std::vector<std::string> &a, igmp_entry_info &e, std::
 		return err = "no port: expected 'port' and " + std::string(kPortsExpected), false;
 	if (!have_mac)
 		group_mac(e.grp_ip, e.grp_mac);
+	// Modes that write tags take the outer one from the entry; an inner
+	// tag not given is "none" (VLAN 4095), not a tag with VLAN 0.
+	bool tags = e.vlan_mode != JIX_VLAN_TRANSPARENT && e.vlan_mode != JIX_VLAN_STRIP;
+	if (tags && !have_outer)
+		return err = std::string("mode ") + kModes[e.vlan_mode] + " needs 'outer' " +
+			     kTagExpected, false;
+	if (tags && !have_inner)
+		parse_tag("none", e.inner_tpid, e.inner_tci);
 	return true;
 }
 
@@ -356,6 +368,12 @@ bool parse_tag(const std::string &s, uint16_t &tpid, uint16_t &tci)
 	unsigned long t, v, prio = 0;
 	size_t c1 = s.find(':');
 
+	if (s == "none") {
+		tpid = 0x8100;
+		tci = 0x0fff;
+		return true;
+	}
+
 	if (c1 == std::string::npos || !to_uint(s.substr(0, c1), 0xffff, t, 16))
 		return false;
 	std::string rest = s.substr(c1 + 1), pri;
@@ -462,8 +480,10 @@ std::string usage()
 	"  <group> is IPv4 or IPv6; MAC defaults to the group's MAC; PORT is a port\n"
 	"  name (eth0.1..eth0.8, ux0..ux7, uxi0..uxi7, pon, nas10) or 0..33; VID is\n"
 	"  0..4095 or untagged (the default); MODE is transparent, replace,\n"
-	"  replace-remark, strip, add or add-remark (or 0..5); TAG is TPID:VID[:pPRIO]\n"
-	"  or TPID:0xTCI (8100:300, 8100:300:p5); positional tag fields are hex.\n"
+	"  replace-remark, strip, add or add-remark (or 0..5); TAG is TPID:VID[:pPRIO],\n"
+	"  TPID:0xTCI or none (8100:300, 8100:300:p5); modes other than transparent\n"
+	"  and strip need the outer tag; the inner one defaults to none (VLAN 4095).\n"
+	"  Positional tag fields are hex.\n"
 	"  --dev PATH               the device node (default /dev/quor_igmp, or the\n"
 	"                           node of the quor_igmp class device when missing)\n"
 	"  --help                   this text\n"
