@@ -6,6 +6,7 @@
 #   make module  build the kernel module (KDIR, ARCH, CROSS_COMPILE, W=1)
 #   make host    build the host library, tests and tools
 #   make test    run the host tests
+#   make install the modules and mcctl (DESTDIR, PREFIX); make dkms: through DKMS
 
 BUILD ?= build
 CMAKE_FLAGS ?= -DCMAKE_BUILD_TYPE=RelWithDebInfo
@@ -84,6 +85,8 @@ check: deps
 	$(MAKE) sanitize
 	$(MAKE) fuzz-smoke
 	$(MAKE) module-check
+	$(MAKE) dkms-check
+	$(MAKE) openwrt-check
 	$(MAKE) qemu-check
 
 run:
@@ -93,9 +96,8 @@ run-host: host
 	$(BUILD)/tools/mcdemo
 
 clean: module-clean
-	rm -rf $(BUILD) $(BUILD)-asan $(BUILD)-tsan build-fuzz
-
-	rm -rf $(BUILD) $(BUILD)-asan $(BUILD)-tsan $(BUILD)-bench
+	rm -rf $(BUILD) $(BUILD)-asan $(BUILD)-tsan $(BUILD)-bench build-fuzz
 
 include mk/kernel.mk
 include mk/qemu.mk
+include mk/install.mk

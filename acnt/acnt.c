@@ -133,6 +133,7 @@ s32 quor_mcst_match_group(const u8 *grp)
 	bound = true;
 out:
 	spin_unlock_bh(&mcst_acnt_lock);
+	trace_jix_mc_table_full(grp, id);
 	if (id < 0)
 		printk("mcst acnt table is full\n");
 	else if (bound)

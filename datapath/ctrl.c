@@ -52,6 +52,7 @@ static void jix_ctrl_relay_all(struct sk_buff *skb, u8 ingress)
 {
 	u8 port;
 
+	trace_jix_mc_query_relay(ingress, ~0ULL >> (64 - JIX_RELAY_PORTS));
 	for (port = 0; port < JIX_RELAY_PORTS; port++)
 		jix_ctrl_relay_one(skb, port, ingress);
 }
@@ -110,6 +111,7 @@ void quor_mcst_send_specific_query(struct sk_buff *skb)
 	mask = jix_ctrl_query_mask(mask);
 	jix_dbg(JIX_DBG_TRACE, "[%s]after query : fwd_port_mask = 0x%lx\n",
 		__func__, (unsigned long)mask);
+	trace_jix_mc_query_relay(-1, mask);
 	if (mask)
 		jix_xpon_fwd_data_to_port(skb, mask);
 }

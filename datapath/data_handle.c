@@ -103,6 +103,7 @@ static int jix_dh_data(struct sk_buff *skb, const struct jix_pkt *pk)
 	jix_dbg(JIX_DBG_TRACE, "[%s]fwd_port_mask = 0x%lx\n", jix_dh_name,
 		(unsigned long)mask);
 	jix_xpon_hwnat_add_flow(skb, mask);
+	trace_jix_mc_forward(skb, &pk->grp, mask);
 	if (mask)
 		ret = jix_xpon_fwd_data_with_actions(skb, mask, &pa);
 	else

@@ -202,6 +202,7 @@ void jix_xpon_hwnat_add_flow(struct sk_buff *skb, u64 mask)
 	hwnat_mark_acnt(skb, e->grp_addr);
 	jix_dbg(JIX_DBG_TRACE, "[%s]Add an entry\n", "jix_xpon_hwnat_add_flow");
 	hwnat_rec_add(&hwnat_flows, e, jix_xpon_hwnat_timer_timeout);
+	trace_jix_mc_flow_bind(e->index, e->grp_addr, hwnat_is_v6(e), e->mask, e->vid);
 	spin_unlock(&hwnat_flow_lock);
 
 	hwnat_drop_forget(index);

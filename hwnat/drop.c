@@ -105,6 +105,7 @@ static void jix_xpon_hwnat_free_drop(struct hwnat_flow_entry *e)
 {
 	int (*del)(int index) = READ_ONCE(hwnat_delete_foe_entry_hook);
 
+	trace_jix_mc_drop_del(e->index, e->grp_addr, hwnat_is_v6(e), 0, e->vid);
 	if (del)
 		del(e->index);
 	hwnat_rec_remove(&hwnat_drops, e);
@@ -180,6 +181,7 @@ static void jix_xpon_hwnat_add_drop(struct sk_buff *skb, s32 index)
 
 	spin_lock(&hwnat_drop_lock);
 	hwnat_rec_add(&hwnat_drops, e, jix_xpon_hwnat_drop_timeout);
+	trace_jix_mc_drop_add(e->index, e->grp_addr, hwnat_is_v6(e), 0, e->vid);
 	spin_unlock(&hwnat_drop_lock);
 
 	spin_lock(&hwnat_flow_lock);
@@ -231,6 +233,7 @@ void jix_xpon_hwnat_flow_to_drop(const struct hwnat_flow_entry *flow)
 	memcpy(e->src_addr, flow->src_addr, 16);
 	spin_lock(&hwnat_drop_lock);
 	hwnat_rec_add(&hwnat_drops, e, jix_xpon_hwnat_drop_timeout);
+	trace_jix_mc_drop_add(e->index, e->grp_addr, hwnat_is_v6(e), 0, e->vid);
 	spin_unlock(&hwnat_drop_lock);
 }
 

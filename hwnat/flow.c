@@ -41,6 +41,7 @@ static void jix_xpon_hwnat_free_flow(struct hwnat_flow_entry *e)
 {
 	int (*del)(int index);
 
+	trace_jix_mc_flow_unbind(e->index, e->grp_addr, hwnat_is_v6(e), e->mask, e->vid);
 	quor_mcst_clean_group(e->grp_addr);
 	if (hwnat_is_mc(e) > 0) {
 		del = READ_ONCE(hwnat_delete_foe_entry_hook);

@@ -9,6 +9,7 @@
 #include "platform.h"
 #include "jix_mc_data.h"
 #include "uapi/jix_mc_uapi.h"
+#include "jix_mc_trace.h"
 
 /*
  * Debug level: 0 silences every conditional message; 1 errors and refused
@@ -86,6 +87,8 @@ extern quor_mc_rx_cb_t quor_mc_ctrl_packet_rx_cb_func;
 int quor_igmp_set_port_type(struct mc_data *mc);
 
 /* ---- character device ---- */
+/* Major asked for at load (module parameter "major"; 0: dynamic). */
+extern unsigned int quor_igmp_major;
 int quor_igmp_cdev_init(void);
 void quor_igmp_cdev_deinit(void);
 long quor_igmp_ioctl(struct file *file, unsigned int cmd, unsigned long arg);

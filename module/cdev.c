@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0
 /*
- * The character device "quor_igmp" (major 253): ioctl commands through
- * which a user-space program manages the forwarding database.
+ * The character device "quor_igmp": ioctl commands through which a
+ * user-space program manages the forwarding database.
  *
  * Every command copies its argument in whole before it acts.  A copy that
  * faults makes the command fail with -EFAULT and change nothing, so a bad
@@ -15,29 +15,65 @@ static const struct file_operations quor_igmp_fops = {
 	.unlocked_ioctl = quor_igmp_ioctl,
 };
 
-static bool quor_igmp_cdev_registered;
+/*
+ * Major 253 unless the "major" parameter says otherwise.  When the major
+ * asked for is taken (distribution kernels hand majors out from 254
+ * downwards to their own drivers), the device gets a dynamic one instead:
+ * the class device below makes the node whatever the number.
+ */
+unsigned int quor_igmp_major = QUOR_IGMP_MAJOR;
+module_param_named(major, quor_igmp_major, uint, 0444);
+MODULE_PARM_DESC(major, "character major of /dev/quor_igmp (default 253; 0: dynamic; "
+		 "a taken major falls back to a dynamic one)");
 
-int quor_igmp_cdev_init(void)
+/* The major registered, 0 while none is; written at start and stop only. */
+static unsigned int quor_igmp_cdev_major;
+
+static int quor_igmp_register_major(unsigned int want)
 {
 	int ret;
 
-	ret = __register_chrdev(QUOR_IGMP_MAJOR, 0, QUOR_IGMP_MINORS,
-				QUOR_IGMP_DEV_NAME, &quor_igmp_fops);
+	ret = __register_chrdev(want, 0, QUOR_IGMP_MINORS, QUOR_IGMP_DEV_NAME,
+				&quor_igmp_fops);
+	if (ret < 0 || !want)
+		return ret;
+	return want;
+}
+
+int quor_igmp_cdev_init(void)
+{
+	unsigned int want = quor_igmp_major;
+	int ret;
+
+	ret = quor_igmp_register_major(want);
+	if (ret < 0 && want)
+		ret = quor_igmp_register_major(0);
 	if (ret < 0) {
 		printk(KERN_ERR "%s: quor_igmp_cdev_init failed\n", __FILE__);
 		return ret;
 	}
-	quor_igmp_cdev_registered = true;
+	quor_igmp_cdev_major = ret;
+	if (!want)
+		printk(KERN_NOTICE "quor_igmp: dynamic major %d\n", ret);
+	else if (quor_igmp_cdev_major != want)
+		printk(KERN_NOTICE "quor_igmp: major %u is taken, using major %d\n",
+		       want, ret);
+	/* Without a node the device still works through one made by hand. */
+	ret = jix_chrdev_node_create(QUOR_IGMP_DEV_NAME, quor_igmp_cdev_major);
+	if (ret)
+		printk(KERN_WARNING "quor_igmp: no device class (%d): make the node for major %u by hand\n",
+		       ret, quor_igmp_cdev_major);
 	return 0;
 }
 
 void quor_igmp_cdev_deinit(void)
 {
-	if (!quor_igmp_cdev_registered)
+	if (!quor_igmp_cdev_major)
 		return;
-	__unregister_chrdev(QUOR_IGMP_MAJOR, 0, QUOR_IGMP_MINORS,
+	jix_chrdev_node_remove(quor_igmp_cdev_major);
+	__unregister_chrdev(quor_igmp_cdev_major, 0, QUOR_IGMP_MINORS,
 			    QUOR_IGMP_DEV_NAME);
-	quor_igmp_cdev_registered = false;
+	quor_igmp_cdev_major = 0;
 }
 
 static long quor_igmp_ioc_entry(unsigned int cmd, void __user *arg)

@@ -10,6 +10,7 @@
 #include "acnt/acnt.h"
 #include "fdb/fdb.h"
 #include "hwnat/hwnat.h"
+#include "jix_mc_version.h"
 
 unsigned long quor_mc_debug_level = 1;
 
@@ -183,3 +184,4 @@ module_exit(jix_xpon_multicast_exit);
 
 MODULE_LICENSE("GPL");
 MODULE_DESCRIPTION("IGMP Snooping data flow forward control driver");
+MODULE_VERSION(JIX_MC_VERSION);

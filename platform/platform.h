@@ -17,6 +17,15 @@ extern "C" {
 #endif
 
 /*
+ * The device node of a character device: a device class of @name with one
+ * device (@name, minor 0 of @major), so that devtmpfs, udev or mdev make
+ * /dev/@name by themselves.  One node per module.  Returns 0 or a
+ * negative errno; process context.
+ */
+int jix_chrdev_node_create(const char *name, unsigned int major);
+void jix_chrdev_node_remove(unsigned int major);
+
+/*
  * Legacy page-filling proc files.
  *
  * A read handler writes its text into @page (JIX_PROC_PAGE_SIZE bytes),

@@ -116,8 +116,18 @@ const char *host_chrdev_name(unsigned int major);
 /* ioctl on a node of (major, minor); -ENODEV when nothing serves it. */
 long host_chrdev_ioctl(unsigned int major, unsigned int minor,
 		       unsigned int cmd, unsigned long arg);
-/* Make the next __register_chrdev return @err (negative). */
-void host_chrdev_fail_next(int err);
+/* Make the next @n calls of __register_chrdev return @err (negative). */
+void host_chrdev_fail_next(int err, int n);
+/* Major of the device node @name that the module created, 0 for none. */
+unsigned int host_chrdev_node_major(const char *name);
+/* Make the next jix_chrdev_node_create fail with @err. */
+void host_chrdev_node_fail_next(int err);
+
+/* ---- tracepoints ---- */
+/* Switch the module's tracepoints on (the text starts empty) or off. */
+void host_trace_enable(int on);
+/* The event lines since tracing was switched on, one per line. */
+const char *host_trace_text(void);
 
 /* ---- vendor stand-in ---- */
 /* Make the next quor_register_hook fail with @err. */

@@ -88,6 +88,9 @@ struct module;
 #define MODULE_LICENSE(x)
 #define MODULE_DESCRIPTION(x)
 #define MODULE_AUTHOR(x)
+#define MODULE_VERSION(x)
+#define MODULE_PARM_DESC(name, text)
+#define module_param_named(name, var, type, perm)
 #define EXPORT_SYMBOL(x)
 #define EXPORT_SYMBOL_GPL(x)
 /* The host build names the entry points as a legacy module would. */

@@ -32,6 +32,9 @@ struct chrdev_reg {
 std::mutex chrdev_mtx;
 std::vector<chrdev_reg> chrdevs;
 int chrdev_fail_err;
+int chrdev_fail_left;
+std::map<std::string, unsigned int> chrdev_nodes;
+int chrdev_node_fail_err;
 
 struct jix_proc_entry *proc_find(const char *name)
 {
@@ -123,6 +126,9 @@ void proc_chrdev_reset()
 	std::lock_guard<std::mutex> g(chrdev_mtx);
 	chrdevs.clear();
 	chrdev_fail_err = 0;
+	chrdev_fail_left = 0;
+	chrdev_nodes.clear();
+	chrdev_node_fail_err = 0;
 }
 
 } /* namespace host */
@@ -254,10 +260,9 @@ int __register_chrdev(unsigned int major, unsigned int baseminor,
 	std::lock_guard<std::mutex> g(chrdev_mtx);
 	int ret = 0;
 
-	if (chrdev_fail_err) {
-		ret = chrdev_fail_err;
-		chrdev_fail_err = 0;
-		return ret;
+	if (chrdev_fail_left > 0) {
+		chrdev_fail_left--;
+		return chrdev_fail_err;
 	}
 	if (!major) {
 		ret = chrdev_dynamic_major();
@@ -322,10 +327,52 @@ long host_chrdev_ioctl(unsigned int major, unsigned int minor,
 	return fops->unlocked_ioctl(&file, cmd, arg);
 }
 
-void host_chrdev_fail_next(int err)
+void host_chrdev_fail_next(int err, int n)
 {
 	std::lock_guard<std::mutex> g(chrdev_mtx);
 	chrdev_fail_err = err;
+	chrdev_fail_left = n;
+}
+
+/* The class device: recorded by name, as devtmpfs would make the node. */
+int jix_chrdev_node_create(const char *name, unsigned int major)
+{
+	std::lock_guard<std::mutex> g(chrdev_mtx);
+	int err = chrdev_node_fail_err;
+
+	chrdev_node_fail_err = 0;
+	if (err)
+		return err;
+	if (chrdev_nodes.count(name))
+		return -EEXIST;
+	chrdev_nodes[name] = major;
+	return 0;
+}
+
+void jix_chrdev_node_remove(unsigned int major)
+{
+	std::lock_guard<std::mutex> g(chrdev_mtx);
+
+	for (auto it = chrdev_nodes.begin(); it != chrdev_nodes.end(); ++it) {
+		if (it->second == major) {
+			chrdev_nodes.erase(it);
+			return;
+		}
+	}
+}
+
+unsigned int host_chrdev_node_major(const char *name)
+{
+	std::lock_guard<std::mutex> g(chrdev_mtx);
+	auto it = chrdev_nodes.find(name);
+
+	return it == chrdev_nodes.end() ? 0 : it->second;
+}
+
+void host_chrdev_node_fail_next(int err)
+{
+	std::lock_guard<std::mutex> g(chrdev_mtx);
+	chrdev_node_fail_err = err;
 }
 
 } /* extern "C" */

@@ -379,8 +379,11 @@ TEST_F(Fdb, FullAccountingTableDoesNotFailAdd)
 	host_log_clear();
 	auto extra = entry(1, "239.3.3.3");
 	quor_mc_debug_level = 0;
+	host_trace_enable(1);
 	EXPECT_EQ(0, quor_igmp_add_entry(&extra));
 	EXPECT_EQ("mcst acnt table is full\n", log_take());
+	EXPECT_EQ("jix_mc_table_full: group=239.3.3.3\n", std::string(host_trace_text()));
+	host_trace_enable(0);
 	auto v = fdb_entries();
 	EXPECT_EQ(0, v.back().acnt.acnt_id);
 	EXPECT_EQ(0, v.back().acnt.bound);

@@ -391,10 +391,30 @@ TEST_F(Faults, ModuleStart)
 	EXPECT_FALSE(host_chrdev_registered(QUOR_IGMP_MAJOR));
 	for (net_device *d : devs)
 		EXPECT_EQ(0, host_netdev_refcnt(d)) << d->name;
-	/* A device that cannot be registered is logged as an error and the
-	 * module works without it. */
+	/* A taken major falls back to a dynamic one (one line says which)
+	 * and the node follows it; a missing class leaves the device. */
+	struct { int fails, node_err; unsigned want, got; const char *log; } majors[] = {
+		{ 1, 0, 253, 254, "quor_igmp: major 253 is taken, using major 254\n" },
+		{ 0, -ENOMEM, 0, 254, "quor_igmp: dynamic major 254\n" },
+		{ 0, 0, 253, 253, "" },
+	};
+	for (auto &m : majors) {
+		host_log_clear();
+		host_chrdev_fail_next(-EBUSY, m.fails);
+		host_chrdev_node_fail_next(m.node_err);
+		quor_igmp_major = m.want;
+		ASSERT_EQ(0, init_module());
+		EXPECT_NE(std::string::npos, std::string(host_log_text()).find(m.log)) << m.want;
+		EXPECT_TRUE(host_chrdev_registered(m.got));
+		EXPECT_EQ(m.node_err ? 0 : m.got, host_chrdev_node_major("quor_igmp"));
+		cleanup_module();
+		EXPECT_FALSE(host_chrdev_registered(m.got));
+		EXPECT_EQ(0u, host_chrdev_node_major("quor_igmp"));
+	}
+	/* A device that cannot be registered at all is logged as an error
+	 * and the module works without it. */
 	host_log_clear();
-	host_chrdev_fail_next(-EBUSY);
+	host_chrdev_fail_next(-EBUSY, 2);
 	ASSERT_EQ(0, init_module());
 	EXPECT_NE(std::string::npos,
 		  std::string(host_log_text()).find(": quor_igmp_cdev_init failed\n"));

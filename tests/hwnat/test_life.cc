@@ -46,6 +46,7 @@ TEST_F(Life, AFlowFromFirstFrameToModuleStop)
 	const Bytes f = v4("239.1.1.1");
 	u8 id = mcst_acnt[0].acnt_id;
 
+	host_trace_enable(1);
 	// The first frame of a joined group binds the flow and is marked with
 	// the group's counter, the one its entry counts on.
 	host_counter_set(id, 1000, 10);
@@ -100,6 +101,16 @@ TEST_F(Life, AFlowFromFirstFrameToModuleStop)
 	hw::drv.foe = 10;
 	drop(v4("239.6.6.6"));
 	EXPECT_EQ(2, host_timers_pending());
+	// Every step of the flow's life left its event.
+	EXPECT_EQ("jix_mc_flow_bind: group=239.1.1.1 index=7 mask=0x2 vid=-1\n"
+		  "jix_mc_drop_add: group=239.1.1.1 index=7 mask=0x0 vid=-1\n"
+		  "jix_mc_drop_del: group=239.1.1.1 index=7 mask=0x0 vid=-1\n"
+		  "jix_mc_flow_bind: group=239.1.1.1 index=7 mask=0x4 vid=-1\n"
+		  "jix_mc_flow_unbind: group=239.1.1.1 index=7 mask=0x4 vid=-1\n"
+		  "jix_mc_flow_bind: group=239.5.5.5 index=9 mask=0x1 vid=-1\n"
+		  "jix_mc_drop_add: group=239.6.6.6 index=10 mask=0x0 vid=-1\n",
+		  std::string(host_trace_text()));
+	host_trace_enable(0);
 	stop();
 	EXPECT_EQ(0, host_timers_pending());
 	EXPECT_EQ(nullptr, xpon_igmp_learn_flow_hook);

@@ -14,6 +14,10 @@
 //                                     4-byte argument
 //   jixtest get PORT CAPACITY ROOM    get-entries (command 6) claiming
 //                                     CAPACITY records with ROOM real ones
+//   jixtest json KEY=VALUE...         parse the JSON document on standard
+//                                     input and print how many objects in
+//                                     it have every KEY=VALUE (strings
+//                                     unquoted); fails when none has
 //
 // Exit status 0 means the expected outcome, 1 a failed check, 2 an error
 // of the helper itself.
@@ -357,10 +361,122 @@ int cmd_get(unsigned int port, int capacity, unsigned int room)
 	return 0;
 }
 
+// A JSON reader just strict enough to reject what is not JSON: every
+// object's members are kept as KEY=VALUE texts of its scalar values.
+struct Json {
+	const std::string &s;
+	size_t i = 0;
+	std::vector<std::vector<std::string>> objects;
+
+	explicit Json(const std::string &doc) : s(doc) {}
+	void ws() { while (i < s.size() && strchr(" \t\r\n", s[i])) i++; }
+	bool lit(const char *w)
+	{
+		size_t n = strlen(w);
+		if (s.compare(i, n, w))
+			return false;
+		i += n;
+		return true;
+	}
+	bool str(std::string &out)
+	{
+		if (i >= s.size() || s[i] != '"')
+			return false;
+		for (i++; i < s.size() && s[i] != '"'; i++) {
+			if (s[i] == '\\' && ++i >= s.size())
+				return false;
+			out += s[i];
+		}
+		return i++ < s.size();
+	}
+	// One value; a scalar's text goes to @text.
+	bool value(std::string &text)
+	{
+		ws();
+		if (i >= s.size())
+			return false;
+		if (s[i] == '{' || s[i] == '[')
+			return s[i] == '{' ? object() : array();
+		if (s[i] == '"')
+			return str(text);
+		for (const char *w : { "true", "false", "null" })
+			if (lit(w))
+				return text = w, true;
+		size_t b = i;
+		while (i < s.size() && strchr("-+.eE0123456789", s[i]))
+			i++;
+		text = s.substr(b, i - b);
+		return i > b;
+	}
+	bool array()
+	{
+		std::string t;
+		i++;
+		ws();
+		if (lit("]"))
+			return true;
+		do {
+			if (!value(t))
+				return false;
+			ws();
+		} while (lit(","));
+		return lit("]");
+	}
+	bool object()
+	{
+		std::vector<std::string> members;
+		i++;
+		ws();
+		if (!lit("}")) {
+			do {
+				std::string k, v;
+				ws();
+				if (!str(k))
+					return false;
+				ws();
+				if (!lit(":") || !value(v))
+					return false;
+				members.push_back(k + "=" + v);
+				ws();
+			} while (lit(","));
+			if (!lit("}"))
+				return false;
+		}
+		objects.push_back(members);
+		return true;
+	}
+};
+
+int cmd_json(char **want, int n)
+{
+	std::string doc, t;
+	char buf[4096];
+	size_t got;
+
+	while ((got = fread(buf, 1, sizeof(buf), stdin)) > 0)
+		doc.append(buf, got);
+	Json j(doc);
+	if (!j.value(t) || (j.ws(), j.i != doc.size())) {
+		printf("not JSON at byte %zu\n", j.i);
+		return 2;
+	}
+	int count = 0;
+	for (auto &o : j.objects) {
+		int hit = 0;
+		for (int k = 0; k < n; k++)
+			for (auto &m : o)
+				hit += m == want[k];
+		count += hit == n;
+	}
+	printf("%d\n", count);
+	return count ? 0 : 1;
+}
+
 int usage()
 {
 	fprintf(stderr, "usage: jixtest veth NAME PEER | del NAME MAX_MS | "
-			"recv IF PORT MS [CMD...] | ioctl CMD [VALUE] | get PORT CAP ROOM\n");
+			"recv IF PORT MS [CMD...] | ioctl CMD [VALUE] | get PORT CAP ROOM | "
+			"json KEY=VALUE...\n");
 	return 2;
 }
 
@@ -389,6 +505,8 @@ int main(int argc, char **argv)
 		return cmd_recv(argv[2], to_uint(argv[3]), to_long(argv[4]), argv + 5);
 	if (what == "ioctl" && (argc == 3 || argc == 4))
 		return cmd_ioctl(to_uint(argv[2]), argc == 4 ? to_uint(argv[3]) : 0xa5a5a5a5u);
+	if (what == "json" && argc >= 3)
+		return cmd_json(argv + 2, argc - 2);
 	if (what == "get" && argc == 5)
 		return cmd_get(to_uint(argv[2]), (int)to_long(argv[3]), to_uint(argv[4]));
 	return usage();

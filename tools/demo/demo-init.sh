@@ -32,7 +32,6 @@ for l in pon:pon-p eth0.1:e01-p eth0.2:e02-p eth0.3:e03-p eth0.4:e04-p; do
 done
 run insmod $M/quor_platform.ko
 run insmod $M/jix_xpon_multicast.ko
-mknod /dev/quor_igmp c 253 0
 
 echo "DEMO BEGIN"
 echo "# $(uname -m), Linux $(uname -r), $(nproc) processors"
