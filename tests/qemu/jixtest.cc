@@ -557,14 +557,14 @@ int storm_step(unsigned i, int dev, long *done)
 	}
 	case 10:
 		if (round % 2)
-			break;
+			return 0;	// every other round
 		ret = link_rename("eth0.4", "lan4tmp");
 		if (!ret)
 			ret = link_rename("lan4tmp", "eth0.4");
 		break;
 	case 11:
 		if (round % 2)
-			break;
+			return 0;	// every other round
 		ret = link_delete("eth0.3");
 		if (!ret)
 			ret = cmd_veth("eth0.3", "e03-p") ? -EIO : 0;
