@@ -809,5 +809,8 @@ for bad in "BUG" "WARNING:" "Oops" "slab" "general protection" \
 		ok "kernel log audit $n"
 	fi
 done
+# A lockdep report also turns lockdep off: it must still be on at the end.
+[ ! -r /proc/lockdep_stats ] ||
+	check "lockdep still on at the end" grep -q "debug_locks: *1$" /proc/lockdep_stats
 
 finish
