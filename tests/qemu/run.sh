@@ -168,9 +168,10 @@ else
 	fi
 	cxx=aarch64-linux-gnu-g++
 	kvars=(ARCH=arm64 CROSS_COMPILE=aarch64-linux-gnu-)
-	qemu=(qemu-system-aarch64 -accel tcg -M virt -cpu cortex-a57 -smp 2 -m 512)
 	# KASAN's shadow and kmemleak's bookkeeping need room.
-	[ -z "$debug" ] || qemu=(qemu-system-aarch64 -accel tcg -M virt -cpu cortex-a57 -smp 2 -m 1024)
+	mem=512
+	[ -z "$debug" ] || mem=1024
+	qemu=(qemu-system-aarch64 -accel tcg -M virt -cpu cortex-a57 -smp 2 -m $mem)
 	console=ttyAMA0
 fi
 
