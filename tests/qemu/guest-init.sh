@@ -228,7 +228,7 @@ json_entry() {
 # once it has been unreferenced for 5 s), and fail on a leak whose
 # backtrace names one of our modules, or holds a frame that no longer
 # resolves (code of a module unloaded since: only ours are, at this point).
-# Other leaks are listed by their first line only.
+# Other leaks are listed by their first line only, but for the first.
 kmemleak_verdict() {
 	[ -n "$LEAKS" ] || return 0
 	echo scan > $LEAKS
@@ -236,7 +236,18 @@ kmemleak_verdict() {
 	echo scan > $LEAKS
 	cat $LEAKS > /tmp/leaks
 	awk '
-	function flush() { if (obj != "") { if (ours) { print rec; n++ } else print "other leak: " obj }; obj = ""; rec = ""; ours = 0 }
+	function flush() {
+		if (obj == "")
+			return
+		if (ours) {
+			print rec; n++
+		} else if (!others++) {
+			gsub(/kmemleak: leak\| /, "other leak| ", rec); print rec
+		} else {
+			print "other leak: " obj
+		}
+		obj = ""; rec = ""; ours = 0
+	}
 	/^unreferenced object/ { flush(); obj = $0 }
 	{ if (obj != "") rec = rec "kmemleak: leak| " $0 "\n" }
 	/\[(jix_xpon_multicast|quor_platform|jix_mc_probe|jix_hw_probe)\]/ { ours = 1 }
@@ -779,6 +790,8 @@ n_hw=$(cat $HP/n_storm)
 echo "storm: $n_api API calls, $n_hw engine rounds"
 check "storm: the API was called all along" [ "$n_api" -gt $((STORM_S * 10)) ]
 check "storm: the engine was busy all along" [ "$n_hw" -gt $((STORM_S * 10)) ]
+# With the modules loaded a leak's backtrace names them.
+[ -z "$LEAKS" ] || check "kmemleak: no leak from our modules, loaded" kmemleak_verdict
 check "storm: the control plane stand-in unloads" rmmod jix_mc_probe
 check "storm: jix_xpon_multicast unloads" rmmod jix_xpon_multicast
 
@@ -789,7 +802,7 @@ for l in $LINKS; do
 done
 check "rmmod jix_hw_probe" rmmod jix_hw_probe
 check "rmmod quor_platform" rmmod quor_platform
-[ -z "$LEAKS" ] || check "kmemleak: no leak from our modules" kmemleak_verdict
+[ -z "$LEAKS" ] || check "kmemleak: no leak from our modules, unloaded" kmemleak_verdict
 check "rmmod veth" rmmod veth
 
 # ---- kernel log audit ----
