@@ -2,8 +2,12 @@
 /*
  * The hardware flow record.  Its address is handed to the hardware
  * forwarding driver (multicast_speed_find_entry_hook), so its layout is a
- * shared format: 184 bytes, checked below.  Drop records use the same
- * type.
+ * shared format, checked below: every field the driver reads, up to the
+ * timer at 136, has a fixed offset; the timer is the kernel's, so what
+ * follows it and the record's size follow struct timer_list (40 bytes,
+ * a 184-byte record, unless lock debugging makes the timer larger; a
+ * vendor kernel's driver is built for the 184 bytes).  Drop records use
+ * the same type.
  *
  * hwnat_flow_lock guards hwnat_flow_list and its records, hwnat_drop_lock
  * hwnat_drop_list and its records; each is taken with bottom halves
@@ -54,8 +58,8 @@ struct hwnat_flow_entry {
 	u8 grp_addr[16];		/* 96 */
 	u8 src_addr[16];		/* 112 */
 	u8 rsv4[8];			/* 128 */
-	struct timer_list timer;	/* 136 */
-	u8 life;			/* 176: enum hwnat_life, module-private */
+	struct timer_list timer;	/* 136, 40 bytes without lock debugging */
+	u8 life;			/* 176 behind a 40-byte timer: enum hwnat_life */
 	u8 rsv5[7];			/* 177 */
 };
 
@@ -72,9 +76,13 @@ static inline void hwnat_flow_layout_check(void)
 	BUILD_BUG_ON(offsetof(struct hwnat_flow_entry, grp_addr) != 96);
 	BUILD_BUG_ON(offsetof(struct hwnat_flow_entry, src_addr) != 112);
 	BUILD_BUG_ON(offsetof(struct hwnat_flow_entry, timer) != 136);
-	BUILD_BUG_ON(offsetof(struct hwnat_flow_entry, life) != 176);
-	BUILD_BUG_ON(sizeof(struct timer_list) != 40);
-	BUILD_BUG_ON(sizeof(struct hwnat_flow_entry) != 184);
+	BUILD_BUG_ON(offsetof(struct hwnat_flow_entry, life) !=
+		     136 + sizeof(struct timer_list));
+	BUILD_BUG_ON(sizeof(struct hwnat_flow_entry) !=
+		     144 + sizeof(struct timer_list));
+#ifdef QUOR_FLOW_RECORD_SIZE
+	BUILD_BUG_ON(sizeof(struct hwnat_flow_entry) != QUOR_FLOW_RECORD_SIZE);
+#endif
 }
 
 /* The driver's IPv6 flag of a record. */
@@ -90,7 +98,7 @@ extern struct list_head hwnat_drop_list;
 
 /*
  * The module's allocation around a record: the record first (the driver
- * sees only its 184 bytes), then the link into its table's index.
+ * sees only its own part), then the link into its table's index.
  */
 struct hwnat_rec {
 	struct hwnat_flow_entry e;

@@ -6,10 +6,13 @@
 # Included by the top-level Makefile; also usable on its own:
 # make -f mk/qemu.mk qemu-check
 #
-#   qemu-check          both architectures, one after the other (they share
+#   qemu-check          the three below, one after the other (they share
 #                       the repository's module build)
 #   qemu-check-x86_64   x86-64 only
 #   qemu-check-arm64    AArch64 only
+#   qemu-check-5.4      the target kernel, Linux 5.4 AArch64 with KASAN,
+#                       lockdep, DEBUG_OBJECTS and kmemleak, from
+#                       ../shared/kernels (skipped, with one line, without it)
 #
 # Everything downloaded or built goes to .cache/qemu/<arch>/ (and the arm64
 # packages to .cache/arm64/); QEMU_TIMEOUT bounds one boot (seconds).
@@ -17,13 +20,13 @@
 JIX_QEMU_ROOT := $(abspath $(dir $(lastword $(MAKEFILE_LIST)))..)
 JIX_QEMU_RUN := $(JIX_QEMU_ROOT)/tests/qemu/run.sh
 
-.PHONY: qemu-check qemu-check-x86_64 qemu-check-arm64
+.PHONY: qemu-check qemu-check-x86_64 qemu-check-arm64 qemu-check-5.4
 
-# Both run even when the first fails, so one report covers both.
+# All run even when one fails, so one report covers them.
 qemu-check:
 	@rc=0; \
-	for a in x86_64 arm64; do bash $(JIX_QEMU_RUN) $$a || rc=1; done; \
+	for a in x86_64 arm64 5.4; do bash $(JIX_QEMU_RUN) $$a || rc=1; done; \
 	exit $$rc
 
-qemu-check-x86_64 qemu-check-arm64: qemu-check-%:
+qemu-check-x86_64 qemu-check-arm64 qemu-check-5.4: qemu-check-%:
 	bash $(JIX_QEMU_RUN) $*

@@ -46,6 +46,14 @@ void quor_unregister_hook(struct quor_hook_ops *ops);
  */
 int __QUOR_HOOK(unsigned int type, unsigned int subtype, void *data);
 
+#ifdef JIX_VENDOR_KERNEL
+/*
+ * The vendor's forwarding driver reads flow records in the layout of its
+ * own kernel, whose timer is 40 bytes: 184 bytes in all.
+ */
+#define QUOR_FLOW_RECORD_SIZE	184
+#endif
+
 #ifndef JIX_VENDOR_KERNEL
 /*
  * Mainline kernels: sk_buff has no vendor fields, so the driver and the

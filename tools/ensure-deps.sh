@@ -5,7 +5,7 @@ set -euo pipefail
 pkgs=(build-essential cmake ninja-build libgtest-dev libgmock-dev
       libbenchmark-dev linux-headers-amd64 sparse clang
       qemu-system-x86 qemu-system-arm gcc-aarch64-linux-gnu g++-aarch64-linux-gnu
-      busybox-static cpio linux-image-amd64)
+      busybox-static cpio linux-image-amd64 dwarves xz-utils)
 missing=()
 for p in "${pkgs[@]}"; do
 	dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" ||

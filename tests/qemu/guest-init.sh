@@ -15,6 +15,15 @@ mount -t proc proc /proc
 mount -t sysfs sysfs /sys
 mount -t devtmpfs devtmpfs /dev
 exec 0</dev/console 1>/dev/console 2>&1
+# STORM_S (seconds of the concurrency test) and WATCHDOG_S, from run.sh.
+STORM_S=15
+WATCHDOG_S=420
+[ ! -f /etc/jixtest.conf ] || . /etc/jixtest.conf
+# kmemleak (debug kernels booted with kmemleak=on) lives in debugfs.
+mkdir -p /sys/kernel/debug
+mount -t debugfs debugfs /sys/kernel/debug 2>/dev/null
+LEAKS=/sys/kernel/debug/kmemleak
+[ -w $LEAKS ] || LEAKS=
 
 M=/lib/jix
 PROBE=$M/jix_mc_probe.ko
@@ -47,7 +56,7 @@ finish() {
 # A stuck step (a device reference that is never released, an rmmod that
 # waits for ever) ends the run with a clear line rather than the host's
 # timeout.
-( sleep 420; echo "JIXTEST FAIL guest watchdog: a step did not return"; poweroff -f ) &
+( sleep $WATCHDOG_S; echo "JIXTEST FAIL guest watchdog: a step did not return"; poweroff -f ) &
 
 ok() { NPASS=$((NPASS + 1)); echo "ok $NPASS - $1"; }
 fail() { echo "FAILED - $1"; FAILS="$FAILS; $1"; }
@@ -215,8 +224,50 @@ json_entry() {
 	printf '{"group":"%s","mac":"%s","vlan":%s,"vlan_mode":%s,"outer_tpid":%s,"outer_tci":%s,"inner_tpid":%s,"inner_tci":%s,"packets":0,"bytes":0}' "$@"
 }
 
+# kmemleak_verdict: scan twice, a few seconds apart (an object is reported
+# once it has been unreferenced for 5 s), and fail on a leak whose
+# backtrace names one of our modules, or holds a frame that no longer
+# resolves (code of a module unloaded since: only ours are, at this point).
+# The frame addresses show as (____ptrval____) while the guest has no
+# randomness for hashing them.
+# Other leaks are listed by their first line only, but for the first.
+kmemleak_verdict() {
+	[ -n "$LEAKS" ] || return 0
+	echo scan > $LEAKS
+	sleep 6
+	echo scan > $LEAKS
+	cat $LEAKS > /tmp/leaks
+	awk '
+	function flush() {
+		if (obj == "")
+			return
+		if (ours) {
+			print rec; n++
+		} else if (!others++) {
+			gsub(/kmemleak: leak\| /, "other leak| ", rec); print rec
+		} else {
+			print "other leak: " obj
+		}
+		obj = ""; rec = ""; ours = 0
+	}
+	/^unreferenced object/ { flush(); obj = $0 }
+	{ if (obj != "") rec = rec "kmemleak: leak| " $0 "\n" }
+	/\[(jix_xpon_multicast|quor_platform|jix_mc_probe|jix_hw_probe)\]/ { ours = 1 }
+	/\[<[^>]*>\] 0x[0-9a-f]+$/ { ours = 1 }
+	END { flush(); exit n > 0 }' /tmp/leaks > /tmp/leaks.ours
+	r=$?
+	cat /tmp/leaks.ours
+	echo "kmemleak: $(grep -c '^unreferenced object' /tmp/leaks) unreferenced objects in all"
+	return $r
+}
+
 # =====================================================================
 echo "jixtest: guest up after $(cut -d' ' -f1 /proc/uptime) s on $(uname -m), $(nproc) cpus"
+if [ -n "$LEAKS" ]; then
+	# What the boot left unreferenced is not ours: forget it.
+	echo scan > $LEAKS
+	echo clear > $LEAKS
+fi
 
 insmod $M/veth.ko || die "insmod veth"
 for l in $LINKS; do
@@ -558,7 +609,14 @@ for st in 0x0100:8100:100 0x0001:none; do
 	want=${st#*:}
 	jixstream - 0 udp $G - e01-p e02-p e03-p e04-p ux0-p > /tmp/v1 &
 	sink=$!
-	sleep 1
+	# Frames sent before a sink is bound are lost to it, and binding a
+	# packet socket waits for an RCU grace period, which takes long on a
+	# slow guest: send once the listener says every sink is bound.
+	t=0
+	while ! grep -q '^LISTENING' /tmp/v1 && [ $t -lt 300 ]; do
+		usleep 100000
+		t=$((t + 1))
+	done
 	probe_run insmod $PROBE vh_grp=$G vh_stag=$v vh_vid=100 vh_count=10
 	wait $sink	# not the watchdog
 	cat /tmp/v1
@@ -812,6 +870,32 @@ echo "load/unload: $n cycles in $(($(cut -d. -f1 /proc/uptime) - cycle_start)) s
 check "load/unload: $CYCLES cycles under traffic" [ $n = $CYCLES ]
 check "load/unload: the module is gone at the end" [ ! -e $KV ]
 
+# ---- everything at once ----
+# STORM_S seconds of a stream through pon (processor 0) while processor 1
+# changes entries through proc and ioctl, the filter mode and snooping,
+# renames eth0.4 and deletes and re-creates eth0.3; meanwhile
+# jix_mc_probe calls the control API and jix_hw_probe plays a busy engine
+# (record look-ups, bound-flow reports, aging).  The debug kernel watches
+# the locks, RCU, memory and timers; the references are counted below.
+ms=$((STORM_S * 1000))
+check "storm: the engine stand-in reloaded busy" \
+	eval "rmmod jix_hw_probe && insmod $M/jix_hw_probe.ko storm_ms=$ms"
+check "storm: jix_xpon_multicast loads" insmod $M/jix_xpon_multicast.ko
+check "storm: the control plane stand-in loads busy" insmod $PROBE storm_ms=$ms
+jixtest storm "$STORM_S" > /tmp/storm 2>&1
+r=$?
+cat /tmp/storm
+check "storm: $STORM_S s of stream, control and link changes" [ $r = 0 ]
+n_api=$(cat /sys/module/jix_mc_probe/parameters/n_storm)
+n_hw=$(cat $HP/n_storm)
+echo "storm: $n_api API calls, $n_hw engine rounds"
+check "storm: the API was called all along" [ "$n_api" -gt $((STORM_S * 10)) ]
+check "storm: the engine was busy all along" [ "$n_hw" -gt $((STORM_S * 10)) ]
+# With the modules loaded a leak's backtrace names them.
+[ -z "$LEAKS" ] || check "kmemleak: no leak from our modules, loaded" kmemleak_verdict
+check "storm: the control plane stand-in unloads" rmmod jix_mc_probe
+check "storm: jix_xpon_multicast unloads" rmmod jix_xpon_multicast
+
 # Every device reference taken by the module must be back: a leaked one
 # makes the deletion wait for ever ("unregister_netdevice: waiting for").
 for l in $LINKS; do
@@ -819,6 +903,7 @@ for l in $LINKS; do
 done
 check "rmmod jix_hw_probe" rmmod jix_hw_probe
 check "rmmod quor_platform" rmmod quor_platform
+[ -z "$LEAKS" ] || check "kmemleak: no leak from our modules, unloaded" kmemleak_verdict
 check "rmmod veth" rmmod veth
 
 # ---- kernel log audit ----
@@ -826,7 +911,10 @@ check "rmmod veth" rmmod veth
 klog_flush
 n=0
 for bad in "BUG" "WARNING:" "Oops" "slab" "general protection" \
-	   "unregister_netdevice: waiting" "refcount_t"; do
+	   "unregister_netdevice: waiting" "refcount_t" \
+	   "possible circular locking" "inconsistent lock state" \
+	   "suspicious RCU usage" "KASAN" "ODEBUG" \
+	   "sleeping function called from invalid context"; do
 	n=$((n + 1))
 	if grep -qF -- "$bad" /tmp/klog; then
 		fail "kernel log audit $n"
@@ -835,5 +923,8 @@ for bad in "BUG" "WARNING:" "Oops" "slab" "general protection" \
 		ok "kernel log audit $n"
 	fi
 done
+# A lockdep report also turns lockdep off: it must still be on at the end.
+[ ! -r /proc/lockdep_stats ] ||
+	check "lockdep still on at the end" grep -q "debug_locks: *1$" /proc/lockdep_stats
 
 finish

@@ -16,13 +16,21 @@
  *   n_set_info n_delete n_update_dp n_update_vlan n_drop_packet, and the
  *   last mask / destination port / tag words it was given.
  *
+ * With storm_ms=<n> a thread of its own plays a busy engine for n
+ * milliseconds (the guest's concurrency test): it asks the module for the
+ * records of flow indexes 101..108 and reports bound multicast flows to
+ * it, and every 2 s flips entry_answer and drop_answer so that aging
+ * removes flows; n_storm counts its rounds.  It ends at unload.
+ *
  * Unload it only after jix_xpon_multicast: the module calls these
  * functions from its timers.
  */
+#include <linux/delay.h>
 #include <linux/if_ether.h>
 #include <linux/ip.h>
 #include <linux/ipv6.h>
 #include <linux/kernel.h>
+#include <linux/kthread.h>
 #include <linux/module.h>
 #include <linux/skbuff.h>
 
@@ -54,6 +62,12 @@ module_param(last_dp, int, 0444);
 module_param(last_delete, int, 0444);
 module_param(last_outer, uint, 0444);
 module_param(last_inner, uint, 0444);
+
+static uint storm_ms;
+module_param(storm_ms, uint, 0444);
+static uint n_storm;
+module_param(n_storm, uint, 0444);
+static struct task_struct *storm_task;
 
 #define PROBE_COUNT(n) WRITE_ONCE(n, READ_ONCE(n) + 1)
 
@@ -142,6 +156,79 @@ static int probe_drop_packet(struct sk_buff *skb)
 	return READ_ONCE(drop_packet);
 }
 
+/* A multicast frame as the engine reports a bound flow: to 239.20.0.@last. */
+static struct sk_buff *probe_bound_frame(u8 last)
+{
+	static const u8 dst[6] = { 0x01, 0x00, 0x5e, 0x14, 0x00, 0x00 };
+	struct sk_buff *skb = alloc_skb(128, GFP_KERNEL);
+	struct iphdr *ip;
+	u8 *f;
+
+	if (!skb)
+		return NULL;
+	f = skb_put_zero(skb, ETH_HLEN + sizeof(*ip) + 8);
+	memcpy(f, dst, 6);
+	f[5] = last;
+	f[6] = 0x02;
+	f[12] = ETH_P_IP >> 8;
+	f[13] = ETH_P_IP & 0xff;
+	ip = (struct iphdr *)(f + ETH_HLEN);
+	ip->version = 4;
+	ip->ihl = 5;
+	ip->protocol = IPPROTO_UDP;
+	ip->daddr = htonl(0xef140000 | last);
+	skb_reset_mac_header(skb);
+	skb->protocol = htons(ETH_P_IP);
+	return skb;
+}
+
+/* One round: the module's hooks are called as the driver calls them. */
+static void probe_storm_round(unsigned int i)
+{
+	struct sk_buff *skb = i % 4 ? NULL : probe_bound_frame(1 + i % 8);
+	struct hwnat_flow_entry *(*find)(int index);
+	int (*learn)(struct sk_buff *skb);
+
+	rcu_read_lock();
+	local_bh_disable();
+	find = READ_ONCE(multicast_speed_find_entry_hook);
+	if (find)
+		find(101 + i % 8);
+	learn = READ_ONCE(xpon_igmp_learn_flow_hook);
+	if (learn && skb)
+		learn(skb);
+	local_bh_enable();
+	rcu_read_unlock();
+	kfree_skb(skb);
+}
+
+static int probe_storm(void *unused)
+{
+	unsigned long end = jiffies + msecs_to_jiffies(storm_ms);
+	unsigned long flip = jiffies;
+	unsigned int i = 0;
+
+	while (!kthread_should_stop()) {
+		if (time_after(jiffies, end)) {
+			WRITE_ONCE(entry_answer, 1);
+			WRITE_ONCE(drop_answer, 1);
+			msleep(20);
+			continue;
+		}
+		if (time_after(jiffies, flip + 2 * HZ)) {
+			flip = jiffies;
+			WRITE_ONCE(entry_answer, !READ_ONCE(entry_answer));
+			WRITE_ONCE(drop_answer, READ_ONCE(entry_answer));
+		}
+		probe_storm_round(i++);
+		WRITE_ONCE(n_storm, i);
+		usleep_range(500, 1000);
+	}
+	return 0;
+}
+
+static void jix_hw_probe_exit_hooks(void);
+
 static int __init jix_hw_probe_init(void)
 {
 	WRITE_ONCE(hwnat_skb_to_foe_hook, probe_foe);
@@ -152,10 +239,18 @@ static int __init jix_hw_probe_init(void)
 	WRITE_ONCE(ux_sw_nat_hook_update_dp, probe_update_dp);
 	WRITE_ONCE(ux_sw_nat_hook_update_vlan, probe_update_vlan);
 	WRITE_ONCE(ux_sw_nat_hook_drop_packet, probe_drop_packet);
+	if (storm_ms) {
+		storm_task = kthread_run(probe_storm, NULL, "jix_hw_storm");
+		if (IS_ERR(storm_task)) {
+			storm_task = NULL;
+			jix_hw_probe_exit_hooks();
+			return -ENOMEM;
+		}
+	}
 	return 0;
 }
 
-static void __exit jix_hw_probe_exit(void)
+static void jix_hw_probe_exit_hooks(void)
 {
 	WRITE_ONCE(hwnat_skb_to_foe_hook, NULL);
 	WRITE_ONCE(hwnat_is_multicast_entry_hook, NULL);
@@ -167,6 +262,13 @@ static void __exit jix_hw_probe_exit(void)
 	WRITE_ONCE(ux_sw_nat_hook_drop_packet, NULL);
 	/* Callers run in softirq context (receive path, timers). */
 	synchronize_rcu();
+}
+
+static void __exit jix_hw_probe_exit(void)
+{
+	if (storm_task)
+		kthread_stop(storm_task);
+	jix_hw_probe_exit_hooks();
 }
 
 module_init(jix_hw_probe_init);

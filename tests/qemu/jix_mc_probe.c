@@ -34,8 +34,14 @@
  * out is what the operation wrote: the mode (11), the flag (13), the
  * number of records (9, for port op_arg), or whether operation 2 gave the
  * frame back as it came ("same"/"changed").
+ *
+ * With storm_ms=<n> a thread of its own calls operations 3 to 13 in turn
+ * on groups 239.20.0.1..8 and ports 0..3 for n milliseconds (the guest's
+ * concurrency test), counting the calls in n_storm; it ends at unload.
  */
+#include <linux/delay.h>
 #include <linux/inet.h>
+#include <linux/kthread.h>
 #include <linux/ip.h>
 #include <net/checksum.h>
 #include <linux/kernel.h>
@@ -92,6 +98,12 @@ static int op_arg;
 module_param(op_arg, int, 0444);
 static char *op_name;
 module_param(op_name, charp, 0444);
+
+static uint storm_ms;
+module_param(storm_ms, uint, 0444);
+static uint n_storm;
+module_param(n_storm, uint, 0444);
+static struct task_struct *storm_task;
 
 /* Returns the hook's result; the operation's status goes to *result. */
 static int probe_api(struct quor_peer_mc *mc, int *result)
@@ -373,6 +385,96 @@ static int probe_op(void)
 	return 0;
 }
 
+/* One call of the storm: step @i picks the operation and its entry. */
+static void probe_storm_step(unsigned int i)
+{
+	struct igmp_entry_info e, recs[8];
+	struct igmp_entry_get_req req;
+	struct sk_buff *skb;
+	struct mc_data mc;
+	unsigned int round = i / 16;
+	u32 mode = round & 8 ? 5 : 4;
+	u8 flag = !(round & 4);
+	int hook, result;
+
+	memset(&e, 0, sizeof(e));
+	e.grp_ip.addr[0] = 239;
+	e.grp_ip.addr[1] = 20;
+	e.grp_ip.addr[3] = 1 + (i * 7) % 8;
+	probe_group_mac(&e.grp_ip, e.grp_mac);
+	e.port = (i / 3) % 4;
+	e.vlan = 100;
+	e.vlan_mode = i & 1 ? 3 : 0;
+	memset(&mc, 0, sizeof(mc));
+	mc.param.ptr = &e;
+	switch (i % 16) {
+	case 6: case 7:
+		mc.api_function_id = QUOR_MC_API_ENTRY_DEL;
+		break;
+	case 8: case 9:
+		mc.api_function_id = QUOR_MC_API_ENTRY_UPDATE;
+		break;
+	case 10:
+		mc.api_function_id = QUOR_MC_API_CLEAR_BY_PORT;
+		mc.param.bytes[0] = e.port;
+		break;
+	case 11:
+		memset(&req, 0, sizeof(req));
+		req.port_id = e.port;
+		req.entry_num = ARRAY_SIZE(recs);
+		req.entries = recs;
+		mc.api_function_id = QUOR_MC_API_ENTRY_GET;
+		mc.param.ptr = &req;
+		break;
+	case 12:
+		skb = probe_stag_frame(e.grp_ip.addr, i);
+		if (!skb)
+			return;
+		mc.api_function_id = QUOR_MC_API_VLAN_HANDLE;
+		mc.skb = skb;
+		local_bh_disable();
+		hook = probe_api(&mc, &result);
+		local_bh_enable();
+		if (hook != 1)
+			kfree_skb(skb);
+		return;
+	case 13:
+		mc.api_function_id = QUOR_MC_API_SET_FILTER_MODE;
+		mc.param.ptr = &mode;
+		break;
+	case 14:
+		mc.api_function_id = QUOR_MC_API_SET_SNOOPING;
+		mc.param.ptr = &flag;
+		break;
+	case 15:
+		mc.api_function_id = round & 3 ? QUOR_MC_API_GET_SNOOPING :
+						 QUOR_MC_API_CLEAR_ALL;
+		mc.param.ptr = &flag;
+		break;
+	default:
+		mc.api_function_id = QUOR_MC_API_ENTRY_ADD;
+		break;
+	}
+	probe_api(&mc, &result);
+}
+
+static int probe_storm(void *unused)
+{
+	unsigned long end = jiffies + msecs_to_jiffies(storm_ms);
+	unsigned int i = 0;
+
+	while (!kthread_should_stop()) {
+		if (time_after(jiffies, end)) {
+			msleep(20);
+			continue;
+		}
+		probe_storm_step(i++);
+		WRITE_ONCE(n_storm, i);
+		usleep_range(500, 1000);
+	}
+	return 0;
+}
+
 static int probe_rx(u8 port, u8 *frame, u32 len)
 {
 	WRITE_ONCE(n_queries, READ_ONCE(n_queries) + 1);
@@ -411,11 +513,18 @@ static int __init jix_mc_probe_init(void)
 		ret = probe_op();
 	else if (!ret && vh_grp)
 		ret = probe_vlan_handle();
+	if (!ret && storm_ms) {
+		storm_task = kthread_run(probe_storm, NULL, "jix_mc_storm");
+		if (IS_ERR(storm_task))
+			ret = PTR_ERR(storm_task);
+	}
 	return ret;
 }
 
 static void __exit jix_mc_probe_exit(void)
 {
+	if (storm_task)
+		kthread_stop(storm_task);
 	if (!rx_cb)
 		return;
 	probe_set_cb(NULL);

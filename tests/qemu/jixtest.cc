@@ -18,6 +18,12 @@
 //                                     input and print how many objects in
 //                                     it have every KEY=VALUE (strings
 //                                     unquoted); fails when none has
+//   jixtest storm SECONDS             the concurrency test: a stream into
+//                                     pon-p on processor 0 while processor
+//                                     1 changes entries (proc, ioctl),
+//                                     filter mode and snooping, renames
+//                                     eth0.4 and deletes and re-creates
+//                                     eth0.3; prints what was done
 //
 // Exit status 0 means the expected outcome, 1 a failed check, 2 an error
 // of the helper itself.
@@ -32,6 +38,7 @@
 #include <net/ethernet.h>
 #include <net/if.h>
 #include <poll.h>
+#include <sched.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
@@ -99,27 +106,29 @@ void nl_init(NlReq &req, unsigned short type, unsigned short flags, int index)
 	req.ifi.ifi_index = index;
 }
 
-rtattr *nl_put(nlmsghdr &nh, unsigned short type, const void *data, size_t len)
+// Append an attribute to @req (addressed through the whole request, so
+// the compiler sees the room behind the header).
+rtattr *nl_put(NlReq &req, unsigned short type, const void *data, size_t len)
 {
-	auto *rta = reinterpret_cast<rtattr *>(reinterpret_cast<char *>(&nh) +
-					       NLMSG_ALIGN(nh.nlmsg_len));
+	char *base = reinterpret_cast<char *>(&req);
+	auto *rta = reinterpret_cast<rtattr *>(base + NLMSG_ALIGN(req.nh.nlmsg_len));
 	rta->rta_type = type;
 	rta->rta_len = (unsigned short)RTA_LENGTH(len);
 	if (len)
 		memcpy(RTA_DATA(rta), data, len);
-	nh.nlmsg_len = NLMSG_ALIGN(nh.nlmsg_len) + RTA_ALIGN(rta->rta_len);
+	req.nh.nlmsg_len = NLMSG_ALIGN(req.nh.nlmsg_len) + RTA_ALIGN(rta->rta_len);
 	return rta;
 }
 
-void nl_put_str(nlmsghdr &nh, unsigned short type, const std::string &s)
+void nl_put_str(NlReq &req, unsigned short type, const std::string &s)
 {
-	nl_put(nh, type, s.c_str(), s.size() + 1);
+	nl_put(req, type, s.c_str(), s.size() + 1);
 }
 
 // Close the nested attribute @nest at the end of the message so far.
-void nl_end(nlmsghdr &nh, rtattr *nest)
+void nl_end(NlReq &req, rtattr *nest)
 {
-	nest->rta_len = (unsigned short)(reinterpret_cast<char *>(&nh) + nh.nlmsg_len -
+	nest->rta_len = (unsigned short)(reinterpret_cast<char *>(&req) + req.nh.nlmsg_len -
 					 reinterpret_cast<char *>(nest));
 }
 
@@ -162,16 +171,16 @@ int make_veth(const std::string &name, const std::string &peer)
 {
 	NlReq req;
 	nl_init(req, RTM_NEWLINK, NLM_F_CREATE | NLM_F_EXCL, 0);
-	nl_put_str(req.nh, IFLA_IFNAME, name);
-	rtattr *info = nl_put(req.nh, IFLA_LINKINFO, nullptr, 0);
-	nl_put(req.nh, IFLA_INFO_KIND, "veth", 4);
-	rtattr *data = nl_put(req.nh, IFLA_INFO_DATA, nullptr, 0);
+	nl_put_str(req, IFLA_IFNAME, name);
+	rtattr *info = nl_put(req, IFLA_LINKINFO, nullptr, 0);
+	nl_put(req, IFLA_INFO_KIND, "veth", 4);
+	rtattr *data = nl_put(req, IFLA_INFO_DATA, nullptr, 0);
 	ifinfomsg peer_ifi{};
-	rtattr *peer_attr = nl_put(req.nh, VETH_INFO_PEER, &peer_ifi, sizeof(peer_ifi));
-	nl_put_str(req.nh, IFLA_IFNAME, peer);
-	nl_end(req.nh, peer_attr);
-	nl_end(req.nh, data);
-	nl_end(req.nh, info);
+	rtattr *peer_attr = nl_put(req, VETH_INFO_PEER, &peer_ifi, sizeof(peer_ifi));
+	nl_put_str(req, IFLA_IFNAME, peer);
+	nl_end(req, peer_attr);
+	nl_end(req, data);
+	nl_end(req, info);
 	return nl_talk(req.nh);
 }
 
@@ -470,6 +479,258 @@ int cmd_json(char **want, int n)
 	}
 	printf("%d\n", count);
 	return count ? 0 : 1;
+// ---- the concurrency storm ----
+
+const char kFwd[] = "/proc/kv7730/jix_mc_fwd_entry";
+const uint8_t kStormSrc[6] = { 0x02, 0x4a, 0x49, 0x58, 0x53, 0x54 };
+
+void pin_cpu(int cpu)
+{
+	cpu_set_t set;
+	CPU_ZERO(&set);
+	CPU_SET(cpu, &set);
+	sched_setaffinity(0, sizeof(set), &set);
+}
+
+uint16_t ip_csum(const uint8_t *p, size_t n)
+{
+	uint32_t sum = 0;
+	for (size_t i = 0; i + 1 < n; i += 2)
+		sum += (uint32_t)(p[i] << 8 | p[i + 1]);
+	while (sum >> 16)
+		sum = (sum & 0xffff) + (sum >> 16);
+	return (uint16_t)~sum;
+}
+
+// UDP data to 239.20.0.@last in VLAN 100, as jixstream sends it.
+std::vector<uint8_t> storm_frame(uint8_t last)
+{
+	std::vector<uint8_t> f = { 0x01, 0x00, 0x5e, 0x14, 0x00, last };
+	f.insert(f.end(), kStormSrc, kStormSrc + 6);
+	f.insert(f.end(), { 0x81, 0x00, 0x00, 100, 0x08, 0x00 });
+	uint8_t ip[20] = { 0x45, 0, 0, 20 + 8 + 32, 0, 0, 0x40, 0, 1, 17, 0, 0,
+			   10, 0, 0, 1, 239, 20, 0, last };
+	uint16_t c = ip_csum(ip, sizeof(ip));
+	ip[10] = (uint8_t)(c >> 8);
+	ip[11] = (uint8_t)c;
+	f.insert(f.end(), ip, ip + sizeof(ip));
+	f.insert(f.end(), { 0x13, 0x88, 0x13, 0x89, 0, 8 + 32, 0, 0 });
+	f.resize(f.size() + 32, 0);
+	return f;
+}
+
+// Processor 0: frames into pon-p; counts what reaches the ports' peers.
+int storm_stream(long end_ms)
+{
+	pin_cpu(0);
+	Fd out(socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, htons(ETH_P_ALL)));
+	if (!out.ok() || !open_rx(out, "pon-p"))
+		return 2;
+	std::vector<Fd> sinks;
+	for (const char *p : { "e01-p", "e02-p", "e04-p" }) {
+		Fd fd(socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, htons(ETH_P_ALL)));
+		if (fd.ok() && open_rx(fd, p))
+			sinks.push_back(std::move(fd));
+	}
+	long sent = 0, got = 0;
+	for (unsigned i = 0; now_ms() < end_ms; i++) {
+		std::vector<uint8_t> f = storm_frame((uint8_t)(1 + i % 8));
+		sent += send(out.get(), f.data(), f.size(), 0) == (ssize_t)f.size();
+		for (Fd &fd : sinks) {
+			unsigned char buf[2048];
+			ssize_t n;
+			while ((n = recv(fd.get(), buf, sizeof(buf), MSG_DONTWAIT)) > 0)
+				got += n >= 12 && !memcmp(buf + 6, kStormSrc, 6);
+		}
+		usleep(300);
+	}
+	printf("STORM stream sent=%ld got=%ld\n", sent, got);
+	return sent > 0 && got > 0 ? 0 : 1;
+}
+
+int link_set_up(const std::string &name, bool up)
+{
+	Fd fd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+	ifreq ifr{};
+	snprintf(ifr.ifr_name, sizeof(ifr.ifr_name), "%s", name.c_str());
+	if (!fd.ok() || ioctl(fd.get(), SIOCGIFFLAGS, &ifr) < 0)
+		return -errno;
+	if (up)
+		ifr.ifr_flags |= IFF_UP;
+	else
+		ifr.ifr_flags &= ~IFF_UP;
+	return ioctl(fd.get(), SIOCSIFFLAGS, &ifr) < 0 ? -errno : 0;
+}
+
+// A link is renamed while down.
+int link_rename(const std::string &from, const std::string &to)
+{
+	int idx = (int)if_nametoindex(from.c_str());
+	if (!idx)
+		return -ENODEV;
+	int ret = link_set_up(from, false);
+	if (ret)
+		return ret;
+	NlReq req;
+	nl_init(req, RTM_NEWLINK, 0, idx);
+	nl_put_str(req, IFLA_IFNAME, to);
+	ret = nl_talk(req.nh);
+	return ret ? ret : link_up(to);
+}
+
+int link_delete(const std::string &name)
+{
+	int idx = (int)if_nametoindex(name.c_str());
+	if (!idx)
+		return -ENODEV;
+	NlReq req;
+	nl_init(req, RTM_DELLINK, 0, idx);
+	return nl_talk(req.nh);
+}
+
+void write_file(const char *path, const std::string &text)
+{
+	Fd fd(open(path, O_WRONLY | O_CLOEXEC));
+	if (fd.ok() && write(fd.get(), text.data(), text.size()) < 0)
+		return;	// refusals are part of the game
+}
+
+void read_file(const char *path)
+{
+	Fd fd(open(path, O_RDONLY | O_CLOEXEC));
+	char buf[4096];
+	while (fd.ok() && read(fd.get(), buf, sizeof(buf)) > 0)
+		;
+}
+
+igmp_entry_info storm_entry(unsigned i)
+{
+	igmp_entry_info e{};
+	unsigned last = 1 + i % 8;
+	e.port = (uint8_t)((i / 5) % 4);
+	e.vlan = 100;
+	e.grp_ip.addr[0] = 239;
+	e.grp_ip.addr[1] = 20;
+	e.grp_ip.addr[3] = (uint8_t)last;
+	const uint8_t mac[6] = { 0x01, 0x00, 0x5e, 0x14, 0x00, (uint8_t)last };
+	memcpy(e.grp_mac, mac, 6);
+	e.vlan_mode = i & 1 ? 3 : 0;
+	return e;
+}
+
+// Processor 1: one change of step @i; a failed link change is an error.
+int storm_step(unsigned i, int dev, long *done)
+{
+	igmp_entry_info e = storm_entry(i);
+	unsigned round = i / 12;
+	char line[128];
+	int ret = 0;
+	switch (i % 12) {
+	case 0:
+	case 1:
+		snprintf(line, sizeof(line), "%s ipv4 239.20.0.%u 01:00:5e:14:00:%02x %u 100 %u 0 0 0 0\n",
+			 i % 12 ? "del" : "add", e.grp_ip.addr[3], e.grp_ip.addr[3], e.port,
+			 e.vlan_mode);
+		write_file(kFwd, line);
+		break;
+	case 2:
+	case 3:
+	case 4:
+		ioctl(dev, i % 12 == 2 ? QUOR_IGMP_IOC_ADD_ENTRY :
+			   i % 12 == 3 ? QUOR_IGMP_IOC_UPDATE_ENTRY : QUOR_IGMP_IOC_DEL_ENTRY, &e);
+		break;
+	case 5: {
+		unsigned char port = e.port;
+		ioctl(dev, round % 8 ? QUOR_IGMP_IOC_CLEAR_BY_PORT : QUOR_IGMP_IOC_CLEAR_ALL, &port);
+		break;
+	}
+	case 6: {
+		igmp_entry_info recs[8];
+		igmp_entry_get_req req{};
+		req.port_id = e.port;
+		req.entry_num = 8;
+		req.entries = recs;
+		ioctl(dev, QUOR_IGMP_IOC_GET_ENTRY, &req);
+		break;
+	}
+	case 7:
+		read_file(kFwd);
+		read_file("/proc/kv7730/jix_mc_hwnat_entry");
+		read_file("/proc/kv7730/jix_mc_acnt_mapping");
+		break;
+	case 8: {
+		unsigned mode = round % 8 == 3 ? 5 : 4;
+		ioctl(dev, QUOR_IGMP_IOC_SET_FILTER_MODE, &mode);
+		break;
+	}
+	case 9: {
+		unsigned char on = round % 6 != 1;
+		ioctl(dev, QUOR_IGMP_IOC_SET_SNOOPING, &on);
+		break;
+	}
+	case 10:
+		if (round % 2)
+			return 0;	// every other round
+		ret = link_rename("eth0.4", "lan4tmp");
+		if (!ret)
+			ret = link_rename("lan4tmp", "eth0.4");
+		break;
+	case 11:
+		if (round % 2)
+			return 0;	// every other round
+		ret = link_delete("eth0.3");
+		if (!ret)
+			ret = cmd_veth("eth0.3", "e03-p") ? -EIO : 0;
+		break;
+	}
+	if (ret) {
+		printf("STORM step %u: %s\n", i % 12, strerror(-ret));
+		return 1;
+	}
+	done[i % 12]++;
+	return 0;
+}
+
+int storm_control(long end_ms)
+{
+	pin_cpu(1);
+	Fd dev = open_dev();
+	if (!dev.ok())
+		return 2;
+	long done[12] = {};
+	int bad = 0;
+	unsigned i = 0;
+	while (now_ms() < end_ms && !bad)
+		bad = storm_step(i++, dev.get(), done);
+	unsigned char on = 1;
+	ioctl(dev.get(), QUOR_IGMP_IOC_SET_SNOOPING, &on);
+	printf("STORM control steps=%u proc=%ld ioctl=%ld reads=%ld mode=%ld snooping=%ld "
+	       "renames=%ld relinks=%ld\n", i, done[0] + done[1], done[2] + done[3] + done[4] +
+	       done[5] + done[6], done[7], done[8], done[9], done[10], done[11]);
+	return bad || !done[10] || !done[11] ? 1 : 0;
+}
+
+int cmd_storm(long seconds)
+{
+	long end_ms = now_ms() + seconds * 1000;
+	fflush(stdout);
+	pid_t kids[2];
+	for (int k = 0; k < 2; k++) {
+		kids[k] = fork();
+		if (kids[k] == 0) {
+			int r = k ? storm_control(end_ms) : storm_stream(end_ms);
+			fflush(stdout);
+			_exit(r);
+		}
+	}
+	int ret = 0;
+	for (pid_t pid : kids) {
+		int status;
+		if (pid < 0 || waitpid(pid, &status, 0) < 0 || !WIFEXITED(status) ||
+		    WEXITSTATUS(status))
+			ret = 1;
+	}
+	return ret;
 }
 
 int usage()
@@ -477,6 +738,7 @@ int usage()
 	fprintf(stderr, "usage: jixtest veth NAME PEER | del NAME MAX_MS | "
 			"recv IF PORT MS [CMD...] | ioctl CMD [VALUE] | get PORT CAP ROOM | "
 			"json KEY=VALUE...\n");
+			"storm SECONDS\n");
 	return 2;
 }
 
@@ -507,6 +769,8 @@ int main(int argc, char **argv)
 		return cmd_ioctl(to_uint(argv[2]), argc == 4 ? to_uint(argv[3]) : 0xa5a5a5a5u);
 	if (what == "json" && argc >= 3)
 		return cmd_json(argv + 2, argc - 2);
+	if (what == "storm" && argc == 3)
+		return cmd_storm(to_long(argv[2]));
 	if (what == "get" && argc == 5)
 		return cmd_get(to_uint(argv[2]), (int)to_long(argv[3]), to_uint(argv[4]));
 	return usage();

@@ -6,7 +6,12 @@
 # the test module jix_mc_probe.ko, a static mcctl and jixtest in a busybox
 # initramfs, and judge the run by the guest's summary line and the console.
 #
-#   tests/qemu/run.sh x86_64|arm64 [demo]
+#   tests/qemu/run.sh x86_64|arm64|5.4 [demo]
+#
+# "5.4" is the product's target kernel, Linux 5.4 AArch64 built with
+# KASAN, lockdep, RCU checking, DEBUG_OBJECTS and kmemleak, unpacked from
+# ../shared/kernels into .cache/k54 (make kernel-5.4); without ../shared
+# the run says so and passes.  There the kernel's own reports count too.
 #
 # With "demo" the guest runs tools/demo/demo-init.sh instead of the tests
 # (make run): the module forwarding a stream, printed for the reader.
@@ -20,9 +25,9 @@ set -euo pipefail
 arch=${1:-}
 mode=${2:-test}
 case $arch:$mode in
-x86_64:test | arm64:test | x86_64:demo | arm64:demo) ;;
+x86_64:test | arm64:test | 5.4:test | x86_64:demo | arm64:demo) ;;
 *)
-	echo "usage: $0 x86_64|arm64 [demo]" >&2
+	echo "usage: $0 x86_64|arm64|5.4 [demo]" >&2
 	exit 2
 	;;
 esac
@@ -32,7 +37,18 @@ root=$(cd "$here/../.." && pwd)
 work=$root/.cache/qemu/$arch
 if [ $mode = demo ]; then work=$work-demo; fi
 armdir=$root/.cache/arm64
-timeout_s=${QEMU_TIMEOUT:-600}
+# Seconds of the concurrency test in the guest (it bounds the guest's
+# watchdog too): a minute on the debug kernel, less where nothing but
+# slub_debug watches.
+storm_s=${JIX_STORM_S:-15}
+debug=
+if [ "$arch" = 5.4 ]; then
+	storm_s=${JIX_STORM_S:-60}
+	debug=1
+fi
+# The guest's own watchdog ends a stuck step before the host's timeout.
+guard_s=$((480 + 4 * storm_s))
+timeout_s=${QEMU_TIMEOUT:-$((guard_s + 120))}
 start=$SECONDS
 
 say() { echo "qemu-$arch: $*"; }
@@ -40,6 +56,16 @@ die() {
 	echo "qemu-$arch: $*" >&2
 	exit 1
 }
+
+k54=$root/.cache/k54/linux-5.4.286-arm64-debug
+if [ "$arch" = 5.4 ]; then
+	make -s -C "$root" kernel-5.4 > "$root/.cache/kernel-5.4.log" 2>&1 ||
+		{ cat "$root/.cache/kernel-5.4.log" >&2; die "unpacking the 5.4 kernel failed"; }
+	if [ ! -f "$k54/build/Makefile" ]; then
+		say "no ../shared/kernels beside the clone: the 5.4 debug kernel run is skipped"
+		exit 0
+	fi
+fi
 
 # Run a build step quietly; show its output only when it fails.
 quiet() {
@@ -99,19 +125,29 @@ else
 	need qemu-system-aarch64 qemu-system-arm
 	need aarch64-linux-gnu-gcc gcc-aarch64-linux-gnu
 	need aarch64-linux-gnu-g++ g++-aarch64-linux-gnu
-	say "building the modules (make module-arm64)"
-	quiet "make module-arm64" make -C "$root" module-arm64
-	kdir=$armdir/root/usr/src/linux-headers-$kver-arm64
-	kimage=$armdir/root/boot/vmlinuz-$kver-arm64
-	kmods=$armdir/root/lib/modules/$kver-arm64
 	busybox=$armdir/root/bin/busybox
+	pkgs=()
+	if [ "$arch" = 5.4 ]; then
+		kdir=$k54/build
+		say "building the modules (make module against the 5.4 debug tree)"
+		quiet "make module" make -C "$root" module ARCH=arm64 KDIR="$kdir"
+		kimage=$k54/boot/Image
+		veth=$k54/modules/veth.ko
+	else
+		say "building the modules (make module-arm64)"
+		quiet "make module-arm64" make -C "$root" module-arm64
+		kdir=$armdir/root/usr/src/linux-headers-$kver-arm64
+		kimage=$armdir/root/boot/vmlinuz-$kver-arm64
+		veth=$armdir/root/lib/modules/$kver-arm64/kernel/drivers/net/veth.ko
+		[ -f "$kimage" ] && [ -f "$veth" ] || pkgs+=("linux-image-$kver-arm64-unsigned")
+	fi
+	[ -f "$busybox" ] || pkgs+=(busybox-static)
 	# The arm64 kernel and busybox come from Debian's arm64 packages of
 	# the same version, fetched with apt's own client next to the headers
 	# that module-arm64 fetched (its package lists are reused).
-	if [ ! -f "$kimage" ] || [ ! -f "$busybox" ] || [ ! -f "$kmods/kernel/drivers/net/veth.ko" ]; then
+	if [ ${#pkgs[@]} -gt 0 ]; then
 		o=(-oAPT::Architecture=arm64 -oAPT::Architectures=arm64
 			-oDir::State::Lists="$armdir/lists" -oAPT::Sandbox::User=root)
-		pkgs=("linux-image-$kver-arm64-unsigned" busybox-static)
 		say "fetching ${pkgs[*]} (arm64)"
 		mkdir -p "$armdir/lists/partial"
 		# Only the three files used are unpacked (the image package holds
@@ -120,20 +156,27 @@ else
 			{ apt-get "${o[@]}" download "${pkgs[@]}" > /dev/null 2>&1 ||
 				{ apt-get "${o[@]}" update > /dev/null && apt-get "${o[@]}" download "${pkgs[@]}"; }; } &&
 			mkdir -p root &&
-			dpkg-deb --fsys-tarfile linux-image-*.deb | tar -x -C root --wildcards \
-				'./boot/vmlinuz-*' './lib/modules/*/kernel/drivers/net/veth.ko' &&
-			dpkg-deb --fsys-tarfile busybox-static_*.deb | tar -x -C root ./bin/busybox &&
+			for d in linux-image-*.deb; do
+				[ ! -f "$d" ] || dpkg-deb --fsys-tarfile "$d" | tar -x -C root --wildcards \
+					'./boot/vmlinuz-*' './lib/modules/*/kernel/drivers/net/veth.ko' || exit 1
+			done &&
+			for d in busybox-static_*.deb; do
+				[ ! -f "$d" ] || dpkg-deb --fsys-tarfile "$d" | tar -x -C root ./bin/busybox || exit 1
+			done &&
 			rm -f linux-image-*.deb busybox-static_*.deb) ||
-			die "could not fetch the arm64 kernel image and busybox"
+			die "could not fetch ${pkgs[*]} (arm64)"
 	fi
 	cxx=aarch64-linux-gnu-g++
 	kvars=(ARCH=arm64 CROSS_COMPILE=aarch64-linux-gnu-)
-	qemu=(qemu-system-aarch64 -accel tcg -M virt -cpu cortex-a57 -smp 2 -m 512)
+	# KASAN's shadow and kmemleak's bookkeeping need room.
+	mem=512
+	[ -z "$debug" ] || mem=1024
+	qemu=(qemu-system-aarch64 -accel tcg -M virt -cpu cortex-a57 -smp 2 -m $mem)
 	console=ttyAMA0
 fi
 
 [ -f "$kimage" ] || die "kernel image $kimage missing"
-veth=$kmods/kernel/drivers/net/veth.ko
+[ -n "${veth:-}" ] || veth=$kmods/kernel/drivers/net/veth.ko
 [ -f "$veth" ] || die "$veth missing"
 [ -x "$busybox" ] || die "$busybox missing"
 if readelf -l "$busybox" 2> /dev/null | grep -q 'program interpreter'; then
@@ -170,11 +213,14 @@ if [ $mode = demo ]; then
 else
 	install -m 755 "$here/guest-init.sh" "$rootfs/init"
 fi
+mkdir -p "$rootfs/etc"
+printf 'STORM_S=%s\nWATCHDOG_S=%s\n' "$storm_s" "$guard_s" > "$rootfs/etc/jixtest.conf"
 (cd "$rootfs" && find . | cpio -o -H newc -R 0:0 --quiet) | gzip -1 > "$work/initrd.gz"
 
 # ---- boot ----
 log=$work/console.log
 append="console=$console panic=-1 slub_debug=FZPU panic_on_warn=1 rdinit=/init"
+[ -z "$debug" ] || append="$append kmemleak=on"
 say "booting $(basename "$kimage") (timeout ${timeout_s}s)"
 boot=$SECONDS
 rc=0
@@ -205,7 +251,15 @@ if [ "$arch" = x86_64 ]; then
 	cmp -s "$work/tour.txt" "$work/tour.readme" || tour_ok=no
 fi
 summary=$(grep -a -o 'JIXTEST \(PASS\|FAIL\).*' "$log.txt" | tail -n 1 || true)
-bad=$(grep -a -n -E 'BUG|WARNING:|Oops|slab|Kernel panic|general protection' "$log.txt" | head -n 20 || true)
+# What the kernel reports about us: oopses and warnings everywhere; on the
+# debug kernel also lockdep, RCU, KASAN, DEBUG_OBJECTS and atomic-sleep
+# reports (most carry BUG or WARNING too, but not all) and the guest's
+# kmemleak verdict.
+trouble='BUG|WARNING:|Oops|slab|Kernel panic|general protection'
+trouble="$trouble|possible circular locking|possible recursive locking|inconsistent lock state"
+trouble="$trouble|suspicious RCU usage|KASAN|ODEBUG|sleeping function called from invalid context"
+trouble="$trouble|lock held when returning|bad unlock balance|kmemleak: leak"
+bad=$(grep -a -n -E "$trouble" "$log.txt" | head -n 20 || true)
 
 verdict=ok
 case $summary in
@@ -231,5 +285,12 @@ fi
 echo "---- $log (tail)" >&2
 tail -n 60 "$log.txt" >&2
 grep -a '^FAILED - ' "$log.txt" >&2 || true
-[ -z "$bad" ] || { echo "---- kernel trouble on the console:" >&2; echo "$bad" >&2; }
+if [ -n "$bad" ]; then
+	echo "---- kernel trouble on the console:" >&2
+	echo "$bad" >&2
+	# The first report whole: the lines that follow its first line.
+	first=${bad%%:*}
+	echo "---- the first report (console lines $first..$((first + 50))):" >&2
+	sed -n "${first},$((first + 50))p" "$log.txt" >&2
+fi
 die "FAILED: $summary"
