@@ -9,20 +9,40 @@
 
 #define QUOR_XMIT_HEADROOM	64
 
-quor_mc_rx_cb_t quor_mc_ctrl_packet_rx_cb_func;
+/*
+ * Readers call the callback in softirq under rcu_read_lock; writers are
+ * serialised by quor_mc_rx_cb_lock.
+ */
+quor_mc_rx_cb_t __rcu quor_mc_ctrl_packet_rx_cb_func;
+static DEFINE_SPINLOCK(quor_mc_rx_cb_lock);
 
 static int quor_api_result(int ret)
 {
 	return ret < 0 ? QUOR_MC_API_FAIL : QUOR_MC_API_OK;
 }
 
+/*
+ * Install (or, with NULL, remove) the receive callback.  A replaced
+ * callback may still be running on another processor; when the caller may
+ * sleep this waits until it has returned, so that its module can go away
+ * afterwards.  From softirq it cannot wait: a control plane that unloads
+ * clears its callback from process context.
+ */
 int quor_mc_hook_set_recv_cb(struct mc_data *mc)
 {
+	quor_mc_rx_cb_t cb, old;
+
 	jix_enter();
 	if (!mc->param.ptr)
 		return QUOR_MC_API_FAIL;
-	WRITE_ONCE(quor_mc_ctrl_packet_rx_cb_func,
-		   *(quor_mc_rx_cb_t *)mc->param.ptr);
+	cb = *(quor_mc_rx_cb_t *)mc->param.ptr;
+	spin_lock_bh(&quor_mc_rx_cb_lock);
+	old = rcu_dereference_protected(quor_mc_ctrl_packet_rx_cb_func,
+					lockdep_is_held(&quor_mc_rx_cb_lock));
+	rcu_assign_pointer(quor_mc_ctrl_packet_rx_cb_func, cb);
+	spin_unlock_bh(&quor_mc_rx_cb_lock);
+	if (old && old != cb && !in_interrupt())
+		synchronize_rcu();
 	return QUOR_MC_API_OK;
 }
 

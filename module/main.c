@@ -88,11 +88,17 @@ static void jix_mc_set_driver_hooks(void)
 		   jix_xpon_hwnat_drop_multicast);
 }
 
+/*
+ * The driver calls its hooks in softirq, an RCU read-side section: once
+ * they are cleared, wait for the calls in progress to return before the
+ * state they use goes away.
+ */
 static void jix_mc_clear_driver_hooks(void)
 {
 	WRITE_ONCE(xpon_igmp_learn_flow_hook, NULL);
 	WRITE_ONCE(multicast_hwnat_drop_entry_hook, NULL);
 	WRITE_ONCE(multicast_speed_find_entry_hook, NULL);
+	synchronize_rcu();
 }
 
 /*
@@ -125,6 +131,12 @@ static void jix_mc_unregister_hooks(void)
 	quor_unregister_hook(&quor_mc_api_hook_ops);
 }
 
+/*
+ * The port map comes first (the notifier's replay fills it), then the
+ * accounting slots, then the hook entry points; the character device goes
+ * live last, so a start that fails has served no ioctl.  A failed start
+ * still removes whatever frames and API calls created meanwhile.
+ */
 static int __init jix_xpon_multicast_init(void)
 {
 	int ret;
@@ -136,46 +148,47 @@ static int __init jix_xpon_multicast_init(void)
 	igmp_init_fdb_tmp();
 	jix_mc_set_driver_hooks();
 
-	quor_igmp_cdev_init();
-	quor_igmp_dev_map_init();
-	quor_mcst_acnt_init();
-	ret = register_netdevice_notifier(&quor_igmp_device_notifier);
+	ret = quor_igmp_dev_map_init();
 	if (ret)
-		goto undo_map;
+		goto undo_driver_hooks;
+	quor_mcst_acnt_init();
 	ret = jix_mc_register_hooks();
 	if (ret)
-		goto undo_notifier;
+		goto undo_acnt;
 	jix_mc_proc_init();
+	quor_igmp_cdev_init();
 	return 0;
 
-undo_notifier:
-	unregister_netdevice_notifier(&quor_igmp_device_notifier);
-undo_map:
+undo_acnt:
+	jix_mc_clear_driver_hooks();
+	quor_igmp_remove_list();
+	jix_hwnat_release_all();
+	quor_mcst_acnt_deinit();
+	quor_igmp_dev_map_deinit();
+	return ret;
+undo_driver_hooks:
 	jix_mc_clear_driver_hooks();
 	jix_hwnat_release_all();
-	quor_igmp_cdev_deinit();
-	quor_igmp_dev_map_deinit();
-	quor_mcst_acnt_deinit();
 	return ret;
 }
 
 /*
- * The hook entry points go before the database is emptied, so no frame
- * or API call can add a record behind the final clean-up; every flow and
- * drop record, with its timer, is gone before the module's code is.
+ * The reverse of start.  The hook entry points go before the database is
+ * emptied, so no frame or API call can add a record behind the final
+ * clean-up; every flow and drop record, with its timer, is gone before
+ * the module's code is.
  */
 static void __exit jix_xpon_multicast_exit(void)
 {
 	printk("quor igmp module exit\n");
 	jix_mc_clear_driver_hooks();
+	quor_igmp_cdev_deinit();
 	jix_mc_proc_exit();
-	unregister_netdevice_notifier(&quor_igmp_device_notifier);
 	jix_mc_unregister_hooks();
 	quor_igmp_remove_list();
 	jix_hwnat_release_all();
-	quor_igmp_cdev_deinit();
-	quor_igmp_dev_map_deinit();
 	quor_mcst_acnt_deinit();
+	quor_igmp_dev_map_deinit();
 }
 
 module_init(jix_xpon_multicast_init);

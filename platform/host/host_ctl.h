@@ -77,6 +77,9 @@ struct net_device *host_netdev_alloc(const char *name);
  * the notifier chain.  Unregister does not free the device. */
 int host_netdev_register(struct net_device *dev);
 void host_netdev_unregister(struct net_device *dev);
+/* Rename a registered device and deliver NETDEV_CHANGENAME; -EEXIST when
+ * the name is taken. */
+int host_netdev_rename(struct net_device *dev, const char *name);
 /* Free a device that is not registered.  Its reference count must be 0. */
 void host_netdev_free(struct net_device *dev);
 int host_netdev_refcnt(const struct net_device *dev);
@@ -114,12 +117,18 @@ const char *host_chrdev_name(unsigned int major);
 /* ioctl on a node of (major, minor); -ENODEV when nothing serves it. */
 long host_chrdev_ioctl(unsigned int major, unsigned int minor,
 		       unsigned int cmd, unsigned long arg);
+/* The same from a 32-bit caller: @arg is a 32-bit user address. */
+long host_chrdev_compat_ioctl(unsigned int major, unsigned int minor,
+			      unsigned int cmd, u32 arg);
 /* Make the next __register_chrdev return @err (negative). */
 void host_chrdev_fail_next(int err);
 
 /* ---- vendor stand-in ---- */
 /* Make the next quor_register_hook fail with @err. */
 void host_quor_fail_next_register(int err);
+/* Call @fn (NULL: nothing) after each successful registration, as the
+ * first caller of the new hook would come in. */
+void host_quor_on_register(void (*fn)(struct quor_hook_ops *ops));
 /* Registered hook ops of (type, subtype), or NULL. */
 struct quor_hook_ops *host_quor_find(unsigned int type, unsigned int subtype);
 int host_quor_registered_count(void);

@@ -220,6 +220,9 @@ void host_proc_fail_next_create(void)
 
 /* ---- character devices ---- */
 
+static long chrdev_ioctl(unsigned int major, unsigned int minor,
+			 unsigned int cmd, unsigned long arg, bool compat);
+
 static bool chrdev_overlaps(unsigned int major, unsigned int base,
 			    unsigned int count)
 {
@@ -305,6 +308,18 @@ const char *host_chrdev_name(unsigned int major)
 long host_chrdev_ioctl(unsigned int major, unsigned int minor,
 		       unsigned int cmd, unsigned long arg)
 {
+	return chrdev_ioctl(major, minor, cmd, arg, false);
+}
+
+long host_chrdev_compat_ioctl(unsigned int major, unsigned int minor,
+			      unsigned int cmd, u32 arg)
+{
+	return chrdev_ioctl(major, minor, cmd, arg, true);
+}
+
+static long chrdev_ioctl(unsigned int major, unsigned int minor,
+			 unsigned int cmd, unsigned long arg, bool compat)
+{
 	const struct file_operations *fops = NULL;
 	struct file file = { NULL };
 
@@ -317,6 +332,9 @@ long host_chrdev_ioctl(unsigned int major, unsigned int minor,
 	}
 	if (!fops)
 		return -ENODEV;
+	if (compat)
+		return fops->compat_ioctl ? fops->compat_ioctl(&file, cmd, arg)
+					  : -ENOTTY;
 	if (!fops->unlocked_ioctl)
 		return -ENOTTY;
 	return fops->unlocked_ioctl(&file, cmd, arg);

@@ -72,6 +72,7 @@ struct hook_snap {
 std::atomic<const hook_snap *> hook_view{nullptr};
 const hook_snap *hook_retired;		/* under vendor_mtx */
 int register_fail_err;
+void (*on_register)(struct quor_hook_ops *ops);
 std::set<unsigned int> taken;
 std::map<unsigned int, hw_counter> counters;
 std::map<unsigned int, int> switch_ports;
@@ -193,6 +194,7 @@ void vendor_reset()
 			delete old;
 		}
 		register_fail_err = 0;
+		on_register = NULL;
 		taken.clear();
 		counters.clear();
 		switch_ports.clear();
@@ -205,9 +207,8 @@ void vendor_reset()
 
 extern "C" {
 
-int quor_register_hook(struct quor_hook_ops *ops)
+static int register_locked(struct quor_hook_ops *ops)
 {
-	std::lock_guard<std::mutex> g(vendor_mtx);
 	struct quor_hook_ops *o;
 
 	if (register_fail_err) {
@@ -221,6 +222,27 @@ int quor_register_hook(struct quor_hook_ops *ops)
 	list_add_tail(&ops->list, &hooks);
 	hook_publish();
 	return 0;
+}
+
+int quor_register_hook(struct quor_hook_ops *ops)
+{
+	void (*fn)(struct quor_hook_ops *ops);
+	int ret;
+
+	{
+		std::lock_guard<std::mutex> g(vendor_mtx);
+		ret = register_locked(ops);
+		fn = on_register;
+	}
+	if (!ret && fn)
+		fn(ops);
+	return ret;
+}
+
+void host_quor_on_register(void (*fn)(struct quor_hook_ops *ops))
+{
+	std::lock_guard<std::mutex> g(vendor_mtx);
+	on_register = fn;
 }
 
 void quor_unregister_hook(struct quor_hook_ops *ops)
