@@ -46,8 +46,8 @@ static int fwd_print_entry(char *buf, size_t size,
  * The listing is composed once per pass over the file, from a copy of
  * the entries taken under igmp_fdb_lock in one walk, and every page of
  * the pass is served from that text: a reader holds the lock the packet
- * path waits for only for the copy.  The text is dropped when a read
- * reaches its end.  fwd_snap_lock guards fwd_snap (process context).
+ * path waits for only for the copy.  fwd_snap_lock guards fwd_snap and
+ * fwd_done_len (process context).
  */
 struct fwd_snap {
 	size_t len;
@@ -59,6 +59,7 @@ struct fwd_snap {
 
 static DEFINE_SPINLOCK(fwd_snap_lock);
 static struct fwd_snap *fwd_snap;
+static size_t fwd_done_len;	/* length of the last text dropped */
 
 struct fwd_copy {
 	struct igmp_fdb_entry *e;
@@ -151,27 +152,49 @@ void jix_mc_fwd_entry_release(void)
 	fwd_snap_replace(NULL);
 }
 
-/* A pass starts at offset 0; a reader that seeks first gets a new text. */
+/*
+ * Bytes past the end of a text dropped at the end of its pass are
+ * answered without a new walk (the read that only finds the end).
+ * Caller holds fwd_snap_lock.
+ */
+static bool fwd_snap_needed(off_t off)
+{
+	if (off == 0)
+		return true;
+	return !fwd_snap && (off < 0 || (size_t)off < fwd_done_len);
+}
+
+/*
+ * A pass starts at offset 0; the text is dropped when a read reaches its
+ * end.  A reader that seeks into a dropped text gets a new one.
+ */
 int jix_mc_fwd_entry_read_proc(char *page, char **start, off_t off, int count,
 			       int *eof, void *data)
 {
-	bool done = true;
+	struct fwd_snap *done = NULL;
+	bool needed;
 	int n = 0;
 
-	if ((off == 0 || !READ_ONCE(fwd_snap)) && fwd_snap_take())
+	spin_lock_bh(&fwd_snap_lock);
+	needed = fwd_snap_needed(off);
+	spin_unlock_bh(&fwd_snap_lock);
+	if (needed && fwd_snap_take())
 		return -ENOMEM;
 	spin_lock_bh(&fwd_snap_lock);
 	if (fwd_snap && count > 0 && off >= 0 && (size_t)off < fwd_snap->len) {
 		n = (int)min_t(size_t, count, fwd_snap->len - off);
 		memcpy(page, fwd_snap->text + off, n);
-		done = (size_t)off + n >= fwd_snap->len;
+	}
+	if (!fwd_snap || off < 0 || (size_t)off + n >= fwd_snap->len) {
+		*eof = 1;
+		done = fwd_snap;
+		fwd_snap = NULL;
+		if (done)
+			fwd_done_len = done->len;
 	}
 	spin_unlock_bh(&fwd_snap_lock);
+	kvfree(done);
 	*start = page;
-	if (done) {
-		*eof = 1;
-		jix_mc_fwd_entry_release();
-	}
 	return n;
 }
 

@@ -138,6 +138,8 @@ int host_counters_taken(void);
 void host_counter_set(unsigned int id, u64 bytes, u64 pkts);
 unsigned long host_counter_clears(unsigned int id);
 unsigned long host_counter_reads(void);
+/* Counter reads made while the caller held a spinlock. */
+unsigned long host_counter_reads_locked(void);
 /* Switch port answered by hook 23 for a LAN port (-1: none). */
 void host_switch_port_set(unsigned int lan_port, int switch_port);
 /* Put every hardware-driver pointer (both directions) back to NULL. */

@@ -77,6 +77,7 @@ std::set<unsigned int> taken;
 std::map<unsigned int, hw_counter> counters;
 std::map<unsigned int, int> switch_ports;
 unsigned long counter_reads;
+unsigned long counter_reads_locked;	/* made holding a spinlock */
 
 u32 get32(const void *rec, size_t off)
 {
@@ -154,6 +155,7 @@ int counter_request(void *rec)
 	switch (get32(rec, 0)) {
 	case CNT_REQ_CMD_READ:
 		counter_reads++;
+		counter_reads_locked += host_locks_held() > 0;
 		put64(rec, CNT_REQ_OFF_BYTES, c.bytes);
 		put64(rec, CNT_REQ_OFF_PKTS, c.pkts);
 		return 0;
@@ -199,6 +201,7 @@ void vendor_reset()
 		counters.clear();
 		switch_ports.clear();
 		counter_reads = 0;
+		counter_reads_locked = 0;
 	}
 	host_hwnat_reset();
 }
@@ -339,6 +342,12 @@ unsigned long host_counter_clears(unsigned int id)
 	auto it = counters.find(id);
 
 	return it == counters.end() ? 0 : it->second.clears;
+}
+
+unsigned long host_counter_reads_locked(void)
+{
+	std::lock_guard<std::mutex> g(vendor_mtx);
+	return counter_reads_locked;
 }
 
 unsigned long host_counter_reads(void)
