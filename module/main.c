@@ -35,18 +35,21 @@ struct jix_mc_proc_file {
 	jix_write_proc_t *write;
 };
 
+/* The files of /proc/kv7730, in the order they are made. */
 static const struct jix_mc_proc_file jix_mc_proc_files[] = {
-	{ "kv7730/jix_mc_hwnat_entry", jix_mc_hwnat_flow_read_proc, NULL },
-	{ "kv7730/jix_mc_acnt_mapping", jix_mc_acnt_mapping_read_proc, NULL },
-	{ "kv7730/jix_mc_fwd_entry", jix_mc_fwd_entry_read_proc,
+	{ "jix_mc_hwnat_entry", jix_mc_hwnat_flow_read_proc, NULL },
+	{ "jix_mc_acnt_mapping", jix_mc_acnt_mapping_read_proc, NULL },
+	{ "jix_mc_fwd_entry", jix_mc_fwd_entry_read_proc,
 	  jix_mc_fwd_entry_write_proc },
-	{ "kv7730/jix_mc_debug", jix_mc_debug_read_proc,
-	  jix_mc_debug_write_proc },
-	{ "kv7730/jix_mc_port_type", jix_mc_port_type_read_proc,
+	{ "jix_mc_debug", jix_mc_debug_read_proc, jix_mc_debug_write_proc },
+	{ "jix_mc_port_type", jix_mc_port_type_read_proc,
 	  jix_mc_port_type_write_proc },
 };
 
-/* Which files exist: stop removes only those (the kernel warns otherwise). */
+#define JIX_MC_PROC_DIR	"kv7730"
+
+/* The module's own directory, and which files exist in it. */
+static struct jix_proc_dir *jix_mc_proc_dir;
 static bool jix_mc_proc_created[ARRAY_SIZE(jix_mc_proc_files)];
 
 /* A file that cannot be created is skipped; the others still are. */
@@ -56,9 +59,12 @@ static void jix_mc_proc_init(void)
 	struct jix_proc_entry *e;
 	size_t i;
 
+	jix_mc_proc_dir = jix_proc_mkdir(JIX_MC_PROC_DIR);
+	if (!jix_mc_proc_dir)
+		return;
 	for (i = 0; i < ARRAY_SIZE(jix_mc_proc_files); i++) {
 		f = &jix_mc_proc_files[i];
-		e = jix_create_proc_entry(f->name, 0);
+		e = jix_create_proc_entry(f->name, 0, jix_mc_proc_dir);
 		if (!e)
 			continue;
 		e->read_proc = f->read;
@@ -74,9 +80,12 @@ static void jix_mc_proc_exit(void)
 	for (i = 0; i < ARRAY_SIZE(jix_mc_proc_files); i++) {
 		if (!jix_mc_proc_created[i])
 			continue;
-		jix_remove_proc_entry(jix_mc_proc_files[i].name);
+		jix_remove_proc_entry(jix_mc_proc_files[i].name,
+				      jix_mc_proc_dir);
 		jix_mc_proc_created[i] = false;
 	}
+	jix_proc_rmdir(jix_mc_proc_dir);
+	jix_mc_proc_dir = NULL;
 }
 
 static void jix_mc_set_driver_hooks(void)
