@@ -58,8 +58,7 @@ static void jix_ctrl_relay_all(struct sk_buff *skb, u8 ingress)
 
 void quor_mcst_recv_ctrl_pkt(struct sk_buff *skb, u8 kind)
 {
-	quor_mc_rx_cb_t cb;
-	int port, relay;
+	int port;
 
 	/*
 	 * Back to the Ethernet header first, so that the caller finds the
@@ -75,23 +74,17 @@ void quor_mcst_recv_ctrl_pkt(struct sk_buff *skb, u8 kind)
 		jix_dbg(JIX_DBG_ERR, "[%s]port id is error\n", __func__);
 		return;
 	}
-	/* The callback's module may go once it is replaced and we are out. */
-	rcu_read_lock();
-	cb = rcu_dereference(quor_mc_ctrl_packet_rx_cb_func);
-	if (!cb) {
-		rcu_read_unlock();
+	if (!rcu_access_pointer(quor_mc_ctrl_packet_rx_cb_func)) {
 		jix_dbg(JIX_DBG_ERR, "[%s]quor_mc_ctrl_packet_rx_cb_func is NULL\n",
 			__func__);
 		return;
 	}
 	if (!quor_igmp_get_snooping()) {
-		rcu_read_unlock();
 		jix_ctrl_relay_all(skb, (u8)port);
 		return;
 	}
-	relay = cb((u8)port, skb->data, skb_headlen(skb));
-	rcu_read_unlock();
-	if (!relay)
+	/* A callback removed meanwhile answers 0: nothing is relayed. */
+	if (!quor_mc_rx_cb_call((u8)port, skb->data, skb_headlen(skb)))
 		return;
 	if (kind == JIX_QUERY_GENERAL)
 		jix_ctrl_relay_all(skb, (u8)port);

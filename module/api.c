@@ -10,23 +10,44 @@
 #define QUOR_XMIT_HEADROOM	64
 
 /*
- * Readers call the callback in softirq under rcu_read_lock; writers are
+ * The receive callback is published with RCU and called only through
+ * quor_mc_rx_cb_call(), which counts the calls in progress: operation 0
+ * runs inside the hook framework's RCU read-side section and cannot
+ * sleep, so it waits for those calls by watching the count.  Writers are
  * serialised by quor_mc_rx_cb_lock.
  */
 quor_mc_rx_cb_t __rcu quor_mc_ctrl_packet_rx_cb_func;
 static DEFINE_SPINLOCK(quor_mc_rx_cb_lock);
+static atomic_t quor_mc_rx_cb_calls = ATOMIC_INIT(0);
 
 static int quor_api_result(int ret)
 {
 	return ret < 0 ? QUOR_MC_API_FAIL : QUOR_MC_API_OK;
 }
 
+/* Call the receive callback, if any (softirq).  Returns its answer, or 0. */
+int quor_mc_rx_cb_call(u8 port, u8 *frame, u32 len)
+{
+	quor_mc_rx_cb_t cb;
+	int ret = 0;
+
+	atomic_inc(&quor_mc_rx_cb_calls);
+	smp_mb__after_atomic();
+	rcu_read_lock();
+	cb = rcu_dereference(quor_mc_ctrl_packet_rx_cb_func);
+	if (cb)
+		ret = cb(port, frame, len);
+	rcu_read_unlock();
+	smp_mb__before_atomic();
+	atomic_dec(&quor_mc_rx_cb_calls);
+	return ret;
+}
+
 /*
  * Install (or, with NULL, remove) the receive callback.  A replaced
- * callback may still be running on another processor; when the caller may
- * sleep this waits until it has returned, so that its module can go away
- * afterwards.  From softirq it cannot wait: a control plane that unloads
- * clears its callback from process context.
+ * callback may still run on another processor: wait until no call is in
+ * progress, so that its module can go away afterwards.  The callback
+ * itself must not call this operation.
  */
 int quor_mc_hook_set_recv_cb(struct mc_data *mc)
 {
@@ -41,8 +62,11 @@ int quor_mc_hook_set_recv_cb(struct mc_data *mc)
 					lockdep_is_held(&quor_mc_rx_cb_lock));
 	rcu_assign_pointer(quor_mc_ctrl_packet_rx_cb_func, cb);
 	spin_unlock_bh(&quor_mc_rx_cb_lock);
-	if (old && old != cb && !in_interrupt())
-		synchronize_rcu();
+	if (!old || old == cb)
+		return QUOR_MC_API_OK;
+	smp_mb();
+	while (atomic_read(&quor_mc_rx_cb_calls))
+		cpu_relax();
 	return QUOR_MC_API_OK;
 }
 

@@ -283,15 +283,6 @@ void spin_lock_init(spinlock_t *lock)
 	lock->taken_plain_bh_on = 0;
 }
 
-static inline void cpu_relax(void)
-{
-#if defined(__x86_64__) || defined(__i386__)
-	__builtin_ia32_pause();
-#elif defined(__aarch64__)
-	__asm__ __volatile__("yield");
-#endif
-}
-
 /*
  * Spin a while, as the kernel's spinlock does, before sleeping: the
  * module holds its locks for a few hundred nanoseconds at most, far less

@@ -296,7 +296,6 @@ void local_bh_disable(void);
 void local_bh_enable(void);
 /* Non-zero while the calling thread has bottom halves disabled. */
 int in_softirq(void);
-#define in_interrupt()	in_softirq()
 
 /* ---- atomics ---- */
 typedef struct {
@@ -328,6 +327,19 @@ static inline void atomic_dec(atomic_t *v)
 static inline void atomic_add(int i, atomic_t *v)
 {
 	__atomic_fetch_add(&v->counter, i, __ATOMIC_SEQ_CST);
+}
+
+#define smp_mb()		__atomic_thread_fence(__ATOMIC_SEQ_CST)
+#define smp_mb__before_atomic()	smp_mb()
+#define smp_mb__after_atomic()	smp_mb()
+
+static inline void cpu_relax(void)
+{
+#if defined(__x86_64__) || defined(__i386__)
+	__builtin_ia32_pause();
+#elif defined(__aarch64__)
+	__asm__ __volatile__("yield");
+#endif
 }
 
 static inline int atomic_xchg(atomic_t *v, int n)

@@ -288,8 +288,15 @@ int __QUOR_HOOK(unsigned int type, unsigned int subtype, void *data)
 	if (!snap)
 		return -1;
 	for (struct quor_hook_ops *ops : snap->ops) {
-		if (ops->hook_type == type && ops->hook_subtype == subtype)
-			return ops->hookfn ? ops->hookfn(data) : -1;
+		if (ops->hook_type != type || ops->hook_subtype != subtype)
+			continue;
+		if (!ops->hookfn)
+			return -1;
+		/* Hooks run inside an RCU read-side section, as in the kernel. */
+		rcu_read_lock();
+		int ret = ops->hookfn(data);
+		rcu_read_unlock();
+		return ret;
 	}
 	return -1;
 }

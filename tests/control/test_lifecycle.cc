@@ -56,6 +56,7 @@ TEST_F(Lifecycle, StopUndoesEverything)
 	EXPECT_EQ(nullptr, multicast_speed_find_entry_hook);
 	EXPECT_EQ(nullptr, multicast_hwnat_drop_entry_hook);
 	EXPECT_EQ(0, host_proc_count());
+	EXPECT_FALSE(host_proc_exists("kv7730"));
 	EXPECT_FALSE(host_chrdev_registered(253));
 	EXPECT_EQ(0, host_quor_registered_count());
 	EXPECT_EQ(0, host_counters_taken());
