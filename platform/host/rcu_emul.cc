@@ -56,6 +56,11 @@ bool left(rcu_reader *r, unsigned long sections)
 
 extern "C" {
 
+void smp_mb(void)
+{
+	std::atomic_thread_fence(std::memory_order_seq_cst);
+}
+
 void rcu_read_lock(void)
 {
 	rcu_reader &r = self();
