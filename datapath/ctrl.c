@@ -59,7 +59,6 @@ static void jix_ctrl_relay_all(struct sk_buff *skb, u8 ingress)
 
 void quor_mcst_recv_ctrl_pkt(struct sk_buff *skb, u8 kind)
 {
-	quor_mc_rx_cb_t cb;
 	int port;
 
 	/*
@@ -76,8 +75,7 @@ void quor_mcst_recv_ctrl_pkt(struct sk_buff *skb, u8 kind)
 		jix_dbg(JIX_DBG_ERR, "[%s]port id is error\n", __func__);
 		return;
 	}
-	cb = READ_ONCE(quor_mc_ctrl_packet_rx_cb_func);
-	if (!cb) {
+	if (!rcu_access_pointer(quor_mc_ctrl_packet_rx_cb_func)) {
 		jix_dbg(JIX_DBG_ERR, "[%s]quor_mc_ctrl_packet_rx_cb_func is NULL\n",
 			__func__);
 		return;
@@ -86,7 +84,8 @@ void quor_mcst_recv_ctrl_pkt(struct sk_buff *skb, u8 kind)
 		jix_ctrl_relay_all(skb, (u8)port);
 		return;
 	}
-	if (!cb((u8)port, skb->data, skb_headlen(skb)))
+	/* A callback removed meanwhile answers 0: nothing is relayed. */
+	if (!quor_mc_rx_cb_call((u8)port, skb->data, skb_headlen(skb)))
 		return;
 	if (kind == JIX_QUERY_GENERAL)
 		jix_ctrl_relay_all(skb, (u8)port);

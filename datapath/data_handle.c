@@ -74,7 +74,7 @@ static int jix_dh_query(struct sk_buff *skb, u8 kind)
 {
 	unsigned int headroom = skb_headroom(skb);
 
-	if (!READ_ONCE(quor_mc_ctrl_packet_rx_cb_func))
+	if (!rcu_access_pointer(quor_mc_ctrl_packet_rx_cb_func))
 		return -1;
 	jix_dbg(JIX_DBG_TRACE, "[%s]Query packet, send to callback function\n",
 		jix_dh_name);

@@ -14,6 +14,15 @@
 
 u32 igmp_snooping_enable = 1;
 
+/*
+ * Any local caller of the API, the ioctl or the proc file can add
+ * entries, and the packet path walks them under igmp_fdb_lock: the
+ * database is bounded.
+ */
+unsigned int igmp_fdb_max_entries = IGMP_FDB_MAX_ENTRIES;
+module_param_named(max_entries, igmp_fdb_max_entries, uint, 0644);
+MODULE_PARM_DESC(max_entries, "most forwarding entries (default 16384)");
+
 /* Copy the fields a request may set; flow_idx and acnt are the entry's. */
 static void igmp_copy_req(struct igmp_fdb_entry *e,
 			  const struct igmp_entry_info *req)
@@ -92,6 +101,15 @@ int quor_igmp_add_entry(const struct igmp_entry_info *req)
 	existed = igmp_is_programme_exist(req, &flow_idx, &mask,
 					  IGMP_PROG_OP_ADD);
 	found = igmp_find_entry(req);
+	if (!found && igmp_fdb_entries() >= READ_ONCE(igmp_fdb_max_entries)) {
+		spin_unlock_bh(&igmp_fdb_lock);
+		kfree(new);
+		printk_ratelimited(KERN_WARNING
+				   "[%s]forwarding database is full (%u entries)\n",
+				   "quor_igmp_add_entry",
+				   READ_ONCE(igmp_fdb_max_entries));
+		return -1;
+	}
 	if (found) {
 		igmp_copy_req(found, req);
 		igmp_fdb_rehash(found);
@@ -267,36 +285,73 @@ static void igmp_fill_record(struct igmp_entry_info *rec,
 	rec->outer_tci = e->outer_tci;
 	rec->inner_tpid = e->inner_tpid;
 	rec->inner_tci = e->inner_tci;
-	rec->pkt_acnt = e->acnt.pkt_acnt;
-	rec->byte_acnt = e->acnt.byte_acnt;
+}
+
+/*
+ * Copy the records of @port into req->entries under the lock, each with
+ * its entry's counter binding: the bases in pkt_acnt and byte_acnt and
+ * the counter id in the unused byte at 0x01, until the counts are made.
+ * Returns the number copied.
+ */
+static s32 igmp_collect_records(struct igmp_entry_get_req *req)
+{
+	struct igmp_entry_info *rec;
+	struct igmp_fdb_entry *e;
+	s32 n = 0;
+
+	spin_lock_bh(&igmp_fdb_lock);
+	list_for_each_entry(e, igmp_get_fdb_list(), list) {
+		if (n >= req->entry_num)
+			break;
+		if (e->port != req->port_id)
+			continue;
+		rec = &req->entries[n++];
+		igmp_fill_record(rec, e);
+		rec->pkt_acnt = e->acnt.pkt_base;
+		rec->byte_acnt = e->acnt.byte_base;
+		rec->rsv0 = e->acnt.acnt_id;
+	}
+	spin_unlock_bh(&igmp_fdb_lock);
+	return n;
+}
+
+/* Turn a record's counter binding into its counts since the binding. */
+static void igmp_record_counts(struct igmp_entry_info *rec)
+{
+	struct igmp_acnt a = {
+		.acnt_id = rec->rsv0,
+		.pkt_base = rec->pkt_acnt,
+		.byte_base = rec->byte_acnt,
+	};
+
+	igmp_set_entry_real_acnt(&a);
+	rec->rsv0 = 0;
+	rec->pkt_acnt = a.pkt_acnt;
+	rec->byte_acnt = a.byte_acnt;
 }
 
 /*
  * Copy the entries of one port with their counts into req->entries, which
- * must be kernel memory (it is written under the lock).  Returns the
- * number of records written, or -1 for a NULL request.
+ * must be kernel memory (it is written under the lock).  The hardware
+ * counters are read after the lock is released: the packet path waits
+ * for that lock.  Returns the number of records written, or -1 for a NULL
+ * request.
  */
 int quor_igmp_get_entry(struct igmp_entry_get_req *req)
 {
-	struct igmp_fdb_entry *e;
 	u32 sw_pkts = 0, sw_bytes = 0;
-	s32 n = 0;
+	s32 n, i;
 
 	if (!req) {
 		jix_dbg(JIX_DBG_ERR, "[%s]NULL point\n", "quor_igmp_get_entry");
 		return -1;
 	}
-	spin_lock_bh(&igmp_fdb_lock);
-	list_for_each_entry(e, igmp_get_fdb_list(), list) {
-		if (e->port != req->port_id || n >= req->entry_num)
-			continue;
-		igmp_set_entry_real_acnt(&e->acnt);
-		igmp_fill_record(&req->entries[n], e);
-		req->total_pkts += e->acnt.pkt_acnt;
-		req->total_bytes += e->acnt.byte_acnt;
-		n++;
+	n = igmp_collect_records(req);
+	for (i = 0; i < n; i++) {
+		igmp_record_counts(&req->entries[i]);
+		req->total_pkts += req->entries[i].pkt_acnt;
+		req->total_bytes += req->entries[i].byte_acnt;
 	}
-	spin_unlock_bh(&igmp_fdb_lock);
 	req->entry_num = n;
 
 	get_sw_cnt_by_port(req->port_id, &sw_bytes, &sw_pkts);
@@ -368,4 +423,5 @@ void quor_igmp_remove_list(void)
 	if (!igmp_fdb_empty())
 		quor_igmp_clear_all_entry();
 	igmp_clear_entry_tmp();
+	jix_mc_fwd_entry_release();
 }

@@ -108,6 +108,11 @@ void igmp_clear_entry(void);
 void igmp_clear_entry_tmp(void);
 void igmp_del_entry(struct igmp_fdb_entry *entry);
 bool igmp_fdb_empty(void);
+/* Number of entries on igmp_fdb_list. */
+u32 igmp_fdb_entries(void);
+/* Most entries the database holds (module parameter max_entries). */
+extern unsigned int igmp_fdb_max_entries;
+#define IGMP_FDB_MAX_ENTRIES	16384
 /* Number of entries of @port (takes igmp_fdb_lock). */
 int igmp_count_port_entries(u8 port);
 
@@ -124,6 +129,8 @@ u8 quor_igmp_get_snooping(void);
 /* The flag without the lock, for the packet path. */
 u32 quor_igmp_snooping_peek(void);
 void quor_igmp_remove_list(void);
+/* Free the listing snapshot of the proc file (module stop). */
+void jix_mc_fwd_entry_release(void);
 
 /* The forwarding-entry proc file. */
 int jix_mc_fwd_entry_read_proc(char *page, char **start, off_t off, int count,

@@ -25,6 +25,7 @@ u32 igmp_filter_mode = IGMP_FILTER_MAC_IP;
 static struct hlist_head igmp_fdb_buckets[1 << IGMP_FDB_HASH_BITS];
 static u32 igmp_fdb_hash_mode = IGMP_FILTER_MAC_IP;	/* mode of the index */
 static u64 igmp_fdb_seq;
+static u32 igmp_fdb_count;	/* entries on igmp_fdb_list */
 
 static u32 igmp_mix(u32 h, u32 w)
 {
@@ -136,6 +137,7 @@ struct hlist_head *igmp_fdb_bucket(u32 mode, u32 hash)
 void igmp_fdb_link(struct igmp_fdb_entry *e)
 {
 	e->seq = ++igmp_fdb_seq;
+	WRITE_ONCE(igmp_fdb_count, igmp_fdb_count + 1);
 	list_add_tail(&e->list, &igmp_fdb_list);
 	e->hkey = igmp_entry_hash(e, igmp_fdb_hash_mode);
 	hlist_add_head(&e->hnode, igmp_head(e->hkey));
@@ -155,6 +157,7 @@ void igmp_fdb_rehash(struct igmp_fdb_entry *e)
 void igmp_fdb_unlink_all(struct list_head *to)
 {
 	list_splice_tail_init(&igmp_fdb_list, to);
+	WRITE_ONCE(igmp_fdb_count, 0);
 	igmp_fdb_hash_clear();
 }
 
@@ -348,6 +351,7 @@ void igmp_init_fdb(void)
 {
 	WRITE_ONCE(igmp_filter_mode, IGMP_FILTER_MAC_IP);
 	INIT_LIST_HEAD(&igmp_fdb_list);
+	WRITE_ONCE(igmp_fdb_count, 0);
 	igmp_fdb_hash_clear();
 	igmp_fdb_hash_mode = IGMP_FILTER_MAC_IP;
 }
@@ -368,6 +372,12 @@ struct list_head *igmp_get_fdb_tmp_list(void)
 }
 
 /* An unlocked peek: callers use it only to skip work on an empty table. */
+/* Read without the lock by those who only size a buffer. */
+u32 igmp_fdb_entries(void)
+{
+	return READ_ONCE(igmp_fdb_count);
+}
+
 bool igmp_fdb_empty(void)
 {
 	return READ_ONCE(igmp_fdb_list.next) == &igmp_fdb_list;
@@ -407,5 +417,6 @@ void igmp_del_entry(struct igmp_fdb_entry *entry)
 {
 	hlist_del_init(&entry->hnode);
 	list_del(&entry->list);
+	WRITE_ONCE(igmp_fdb_count, igmp_fdb_count - 1);
 	kfree(entry);
 }

@@ -4,7 +4,6 @@
  * database, and one-line commands that change it.
  */
 #include "fdb.h"
-#include "jix_proc_win.h"
 
 #define FWD_WRITE_MAX	255
 #define FWD_TOKEN_LEN	15	/* command and second token */
@@ -28,43 +27,175 @@ static int fwd_format_addr(char *buf, size_t size, const struct mc_ip_addr *a)
 			 b[9], b[10], b[11], b[12], b[13], b[14], b[15]);
 }
 
-static void fwd_print_entry(struct jix_proc_win *w, const struct igmp_fdb_entry *e)
+static int fwd_print_entry(char *buf, size_t size,
+			   const struct igmp_fdb_entry *e)
 {
 	char grp[40], src[40];
 	const u8 *m = e->grp_mac;
 
 	fwd_format_addr(grp, sizeof(grp), &e->grp_ip);
 	fwd_format_addr(src, sizeof(src), &e->src_ip);
-	jix_proc_win_printf(w,
+	return scnprintf(buf, size,
 		"%d\t%d\t%d\t%02X:%02X:%02X:%02X:%02X:%02X\t%d\t0x%04X\t0x%04X\t0x%04X\t0x%04X\t%s/%s\n",
 		e->flow_idx, e->port, e->vlan, m[0], m[1], m[2], m[3], m[4],
 		m[5], e->vlan_mode, e->outer_tpid, e->outer_tci, e->inner_tpid,
 		e->inner_tci, grp, src);
 }
 
+/*
+ * The listing is composed once per pass over the file, from a copy of
+ * the entries taken under igmp_fdb_lock in one walk, and every page of
+ * the pass is served from that text: a reader holds the lock the packet
+ * path waits for only for the copy.  fwd_snap_lock guards fwd_snap and
+ * fwd_done_len (process context).
+ */
+struct fwd_snap {
+	size_t len;
+	char text[];
+};
+
+#define FWD_LINE_MAX	192	/* longest entry line, with room to spare */
+#define FWD_FIXED_MAX	512	/* state lines, header and help */
+
+static DEFINE_SPINLOCK(fwd_snap_lock);
+static struct fwd_snap *fwd_snap;
+static size_t fwd_done_len;	/* length of the last text dropped */
+
+struct fwd_copy {
+	struct igmp_fdb_entry *e;
+	u32 n;
+	u32 snooping;
+};
+
+/*
+ * Copy the entries in one walk.  Room is sized from the count read
+ * without the lock; when the database grew past it meanwhile, try again
+ * (twice), then list what fits.
+ */
+static int fwd_copy_entries(struct fwd_copy *c)
+{
+	const struct igmp_fdb_entry *e;
+	int tries;
+	u32 cap;
+
+	for (tries = 0;; tries++) {
+		cap = igmp_fdb_entries() + 16;
+		c->e = kvcalloc(cap, sizeof(*c->e), GFP_KERNEL);
+		if (!c->e)
+			return -ENOMEM;
+		spin_lock_bh(&igmp_fdb_lock);
+		if (igmp_fdb_entries() <= cap || tries == 2)
+			break;
+		spin_unlock_bh(&igmp_fdb_lock);
+		kvfree(c->e);
+	}
+	c->n = 0;
+	list_for_each_entry(e, igmp_get_fdb_list(), list) {
+		if (c->n == cap)
+			break;
+		c->e[c->n++] = *e;
+	}
+	c->snooping = igmp_snooping_enable;
+	spin_unlock_bh(&igmp_fdb_lock);
+	return 0;
+}
+
+static struct fwd_snap *fwd_compose(const struct fwd_copy *c)
+{
+	size_t size = FWD_FIXED_MAX + (size_t)c->n * FWD_LINE_MAX, len;
+	struct fwd_snap *s;
+	u32 i;
+
+	s = kvcalloc(1, sizeof(*s) + size, GFP_KERNEL);
+	if (!s)
+		return NULL;
+	len = scnprintf(s->text, size, "IGMP Snooping: %s\nFilter Mode: %d\n",
+			c->snooping ? "on" : "off", READ_ONCE(igmp_filter_mode));
+	len += scnprintf(s->text + len, size - len,
+		"flow_idx port\tvlan\tgrp_mac\t\t\tv_mode\to_tpid\to_tci\ti_tpid\ti_tci\tgrp_ip/src_ip\n");
+	for (i = 0; i < c->n; i++)
+		len += fwd_print_entry(s->text + len, size - len, &c->e[i]);
+	len += scnprintf(s->text + len, size - len, "\nHelp info:\n%s%s",
+			 fwd_filter_help, fwd_vlan_help);
+	s->len = len;
+	return s;
+}
+
+static void fwd_snap_replace(struct fwd_snap *s)
+{
+	struct fwd_snap *old;
+
+	spin_lock_bh(&fwd_snap_lock);
+	old = fwd_snap;
+	fwd_snap = s;
+	spin_unlock_bh(&fwd_snap_lock);
+	kvfree(old);
+}
+
+static int fwd_snap_take(void)
+{
+	struct fwd_copy c;
+	struct fwd_snap *s;
+
+	if (fwd_copy_entries(&c))
+		return -ENOMEM;
+	s = fwd_compose(&c);
+	kvfree(c.e);
+	if (!s)
+		return -ENOMEM;
+	fwd_snap_replace(s);
+	return 0;
+}
+
+void jix_mc_fwd_entry_release(void)
+{
+	fwd_snap_replace(NULL);
+}
+
+/*
+ * Bytes past the end of a text dropped at the end of its pass are
+ * answered without a new walk (the read that only finds the end).
+ * Caller holds fwd_snap_lock.
+ */
+static bool fwd_snap_needed(off_t off)
+{
+	if (off == 0)
+		return true;
+	return !fwd_snap && (off < 0 || (size_t)off < fwd_done_len);
+}
+
+/*
+ * A pass starts at offset 0; the text is dropped when a read reaches its
+ * end.  A reader that seeks into a dropped text gets a new one.
+ */
 int jix_mc_fwd_entry_read_proc(char *page, char **start, off_t off, int count,
 			       int *eof, void *data)
 {
-	const struct igmp_fdb_entry *e;
-	struct jix_proc_win w;
+	struct fwd_snap *done = NULL;
+	bool needed;
+	int n = 0;
 
-	jix_proc_win_init(&w, page, off, count);
-	spin_lock_bh(&igmp_fdb_lock);
-	jix_proc_win_printf(&w, "IGMP Snooping: %s\n",
-			    igmp_snooping_enable ? "on" : "off");
-	jix_proc_win_printf(&w, "Filter Mode: %d\n", READ_ONCE(igmp_filter_mode));
-	jix_proc_win_printf(&w,
-		"flow_idx port\tvlan\tgrp_mac\t\t\tv_mode\to_tpid\to_tci\ti_tpid\ti_tci\tgrp_ip/src_ip\n");
-	list_for_each_entry(e, igmp_get_fdb_list(), list) {
-		if (jix_proc_win_full(&w))
-			break;
-		fwd_print_entry(&w, e);
+	spin_lock_bh(&fwd_snap_lock);
+	needed = fwd_snap_needed(off);
+	spin_unlock_bh(&fwd_snap_lock);
+	if (needed && fwd_snap_take())
+		return -ENOMEM;
+	spin_lock_bh(&fwd_snap_lock);
+	if (fwd_snap && count > 0 && off >= 0 && (size_t)off < fwd_snap->len) {
+		n = (int)min_t(size_t, count, fwd_snap->len - off);
+		memcpy(page, fwd_snap->text + off, n);
 	}
-	spin_unlock_bh(&igmp_fdb_lock);
-	jix_proc_win_printf(&w, "\nHelp info:\n");
-	jix_proc_win_printf(&w, "%s", fwd_filter_help);
-	jix_proc_win_printf(&w, "%s", fwd_vlan_help);
-	return jix_proc_win_finish(&w, start, eof);
+	if (!fwd_snap || off < 0 || (size_t)off + n >= fwd_snap->len) {
+		*eof = 1;
+		done = fwd_snap;
+		fwd_snap = NULL;
+		if (done)
+			fwd_done_len = done->len;
+	}
+	spin_unlock_bh(&fwd_snap_lock);
+	kvfree(done);
+	*start = page;
+	return n;
 }
 
 static void fwd_usage(void)

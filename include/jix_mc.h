@@ -83,7 +83,9 @@ int quor_jix_muliticast_api_hook(void *data);
 /* Receive callback of the control plane: (ingress port, frame, length);
  * 0 means the query is not to be relayed. */
 typedef int (*quor_mc_rx_cb_t)(u8 port, u8 *frame, u32 len);
-extern quor_mc_rx_cb_t quor_mc_ctrl_packet_rx_cb_func;
+/* Published with RCU; called only through quor_mc_rx_cb_call(). */
+extern quor_mc_rx_cb_t __rcu quor_mc_ctrl_packet_rx_cb_func;
+int quor_mc_rx_cb_call(u8 port, u8 *frame, u32 len);
 int quor_igmp_set_port_type(struct mc_data *mc);
 
 /* ---- character device ---- */

@@ -9,20 +9,64 @@
 
 #define QUOR_XMIT_HEADROOM	64
 
-quor_mc_rx_cb_t quor_mc_ctrl_packet_rx_cb_func;
+/*
+ * The receive callback is published with RCU and called only through
+ * quor_mc_rx_cb_call(), which counts the calls in progress: operation 0
+ * runs inside the hook framework's RCU read-side section and cannot
+ * sleep, so it waits for those calls by watching the count.  Writers are
+ * serialised by quor_mc_rx_cb_lock.
+ */
+quor_mc_rx_cb_t __rcu quor_mc_ctrl_packet_rx_cb_func;
+static DEFINE_SPINLOCK(quor_mc_rx_cb_lock);
+static atomic_t quor_mc_rx_cb_calls = ATOMIC_INIT(0);
 
 static int quor_api_result(int ret)
 {
 	return ret < 0 ? QUOR_MC_API_FAIL : QUOR_MC_API_OK;
 }
 
+/* Call the receive callback, if any (softirq).  Returns its answer, or 0. */
+int quor_mc_rx_cb_call(u8 port, u8 *frame, u32 len)
+{
+	quor_mc_rx_cb_t cb;
+	int ret = 0;
+
+	atomic_inc(&quor_mc_rx_cb_calls);
+	smp_mb__after_atomic();
+	rcu_read_lock();
+	cb = rcu_dereference(quor_mc_ctrl_packet_rx_cb_func);
+	if (cb)
+		ret = cb(port, frame, len);
+	rcu_read_unlock();
+	smp_mb__before_atomic();
+	atomic_dec(&quor_mc_rx_cb_calls);
+	return ret;
+}
+
+/*
+ * Install (or, with NULL, remove) the receive callback.  A replaced
+ * callback may still run on another processor: wait until no call is in
+ * progress, so that its module can go away afterwards.  The callback
+ * itself must not call this operation.
+ */
 int quor_mc_hook_set_recv_cb(struct mc_data *mc)
 {
+	quor_mc_rx_cb_t cb, old;
+
 	jix_enter();
 	if (!mc->param.ptr)
 		return QUOR_MC_API_FAIL;
-	WRITE_ONCE(quor_mc_ctrl_packet_rx_cb_func,
-		   *(quor_mc_rx_cb_t *)mc->param.ptr);
+	cb = *(quor_mc_rx_cb_t *)mc->param.ptr;
+	spin_lock_bh(&quor_mc_rx_cb_lock);
+	old = rcu_dereference_protected(quor_mc_ctrl_packet_rx_cb_func,
+					lockdep_is_held(&quor_mc_rx_cb_lock));
+	rcu_assign_pointer(quor_mc_ctrl_packet_rx_cb_func, cb);
+	spin_unlock_bh(&quor_mc_rx_cb_lock);
+	if (!old || old == cb)
+		return QUOR_MC_API_OK;
+	smp_mb();
+	while (atomic_read(&quor_mc_rx_cb_calls))
+		cpu_relax();
 	return QUOR_MC_API_OK;
 }
 

@@ -10,9 +10,17 @@
 #include "jix_mc.h"
 #include "fdb/fdb.h"
 
+#ifdef CONFIG_COMPAT
+static long quor_igmp_compat_ioctl(struct file *file, unsigned int cmd,
+				   unsigned long arg);
+#endif
+
 static const struct file_operations quor_igmp_fops = {
 	.owner = THIS_MODULE,
 	.unlocked_ioctl = quor_igmp_ioctl,
+#ifdef CONFIG_COMPAT
+	.compat_ioctl = quor_igmp_compat_ioctl,
+#endif
 };
 
 /*
@@ -91,40 +99,53 @@ static long quor_igmp_ioc_entry(unsigned int cmd, void __user *arg)
 
 /*
  * Get-entries writes its records under igmp_fdb_lock, so it is handed a
- * kernel copy of the request and room for the records, copied out
- * afterwards.  The room is bounded by the port's entries, whatever
+ * kernel copy of the request (@req) and room for the records, copied out
+ * to @dst afterwards.  The room is bounded by the port's entries, whatever
  * capacity the caller claims.  Returns the number of records, -ENOMEM
- * when the room cannot be allocated, -EFAULT when the request cannot be
- * read or the answer cannot be written back; in both error cases the
- * caller's request is left as it was.
+ * when the room cannot be allocated, -EFAULT when the records cannot be
+ * written out.
  */
-static long quor_igmp_ioc_get(void __user *arg)
+static long quor_igmp_get_to_user(struct igmp_entry_get_req *req,
+				  void __user *dst)
 {
 	struct igmp_entry_info *room = NULL;
-	struct igmp_entry_info __user *dst;
-	struct igmp_entry_get_req req;
 	s32 cap;
 	long ret;
 
-	if (copy_from_user(&req, arg, sizeof(req)))
-		return -EFAULT;
-	dst = (struct igmp_entry_info __user __force *)req.entries;
-	cap = min_t(s32, req.entry_num, igmp_count_port_entries(req.port_id));
+	cap = min_t(s32, req->entry_num, igmp_count_port_entries(req->port_id));
 	if (cap > 0) {
 		room = kvcalloc(cap, sizeof(*room), GFP_KERNEL);
 		if (!room)
 			return -ENOMEM;
 	}
-	req.entry_num = max_t(s32, cap, 0);
-	req.entries = room;
-	ret = quor_igmp_get_entry(&req);
-	if (ret >= 0) {
-		req.entries = (struct igmp_entry_info __force *)dst;
-		if (copy_to_user(dst, room, ret * sizeof(*room)) ||
-		    copy_to_user(arg, &req, sizeof(req)))
-			ret = -EFAULT;
-	}
+	req->entry_num = max_t(s32, cap, 0);
+	req->entries = room;
+	ret = quor_igmp_get_entry(req);
+	if (ret > 0 && copy_to_user(dst, room, ret * sizeof(*room)))
+		ret = -EFAULT;
 	kvfree(room);
+	return ret;
+}
+
+/*
+ * The caller's request is written back only when everything succeeded;
+ * on an error it is left as it was.
+ */
+static long quor_igmp_ioc_get(void __user *arg)
+{
+	struct igmp_entry_get_req req;
+	void __user *dst;
+	long ret;
+
+	if (copy_from_user(&req, arg, sizeof(req)))
+		return -EFAULT;
+	dst = (void __user __force *)req.entries;
+	ret = quor_igmp_get_to_user(&req, dst);
+	if (ret < 0)
+		return ret;
+	req.entries = (struct igmp_entry_info __force *)dst;
+	if (copy_to_user(arg, &req, sizeof(req)))
+		return -EFAULT;
 	return ret;
 }
 
@@ -192,3 +213,55 @@ long quor_igmp_ioctl(struct file *file, unsigned int cmd, unsigned long arg)
 		return -1;
 	}
 }
+
+#ifdef CONFIG_COMPAT
+/*
+ * 32-bit user space: every record is laid out as on 64-bit except the
+ * get-entries request, whose entries pointer is 32 bits wide (28 bytes
+ * are copied each way; the tail padding of some ABIs is not touched).
+ */
+struct igmp_entry_get_req32 {
+	u8 port_id;
+	u8 rsv0[3];
+	s32 entry_num;
+	u32 total_pkts;
+	u32 rsv1;
+	u64 total_bytes;
+	compat_uptr_t entries;
+} __packed;
+
+static long quor_igmp_compat_get(void __user *arg)
+{
+	struct igmp_entry_get_req req = {};
+	struct igmp_entry_get_req32 r32;
+	long ret;
+
+	BUILD_BUG_ON(offsetof(struct igmp_entry_get_req32, entry_num) != 0x04);
+	BUILD_BUG_ON(offsetof(struct igmp_entry_get_req32, total_bytes) != 0x10);
+	BUILD_BUG_ON(offsetof(struct igmp_entry_get_req32, entries) != 0x18);
+	BUILD_BUG_ON(sizeof(r32) != 0x1c);
+	if (copy_from_user(&r32, arg, sizeof(r32)))
+		return -EFAULT;
+	req.port_id = r32.port_id;
+	req.entry_num = r32.entry_num;
+	req.total_pkts = r32.total_pkts;
+	req.total_bytes = r32.total_bytes;
+	ret = quor_igmp_get_to_user(&req, compat_ptr(r32.entries));
+	if (ret < 0)
+		return ret;
+	r32.entry_num = req.entry_num;
+	r32.total_pkts = req.total_pkts;
+	r32.total_bytes = req.total_bytes;
+	if (copy_to_user(arg, &r32, sizeof(r32)))
+		return -EFAULT;
+	return ret;
+}
+
+static long quor_igmp_compat_ioctl(struct file *file, unsigned int cmd,
+				   unsigned long arg)
+{
+	if (cmd == QUOR_IGMP_IOC_GET_ENTRY)
+		return quor_igmp_compat_get(compat_ptr(arg));
+	return quor_igmp_ioctl(file, cmd, (unsigned long)compat_ptr(arg));
+}
+#endif

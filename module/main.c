@@ -36,18 +36,21 @@ struct jix_mc_proc_file {
 	jix_write_proc_t *write;
 };
 
+/* The files of /proc/kv7730, in the order they are made. */
 static const struct jix_mc_proc_file jix_mc_proc_files[] = {
-	{ "kv7730/jix_mc_hwnat_entry", jix_mc_hwnat_flow_read_proc, NULL },
-	{ "kv7730/jix_mc_acnt_mapping", jix_mc_acnt_mapping_read_proc, NULL },
-	{ "kv7730/jix_mc_fwd_entry", jix_mc_fwd_entry_read_proc,
+	{ "jix_mc_hwnat_entry", jix_mc_hwnat_flow_read_proc, NULL },
+	{ "jix_mc_acnt_mapping", jix_mc_acnt_mapping_read_proc, NULL },
+	{ "jix_mc_fwd_entry", jix_mc_fwd_entry_read_proc,
 	  jix_mc_fwd_entry_write_proc },
-	{ "kv7730/jix_mc_debug", jix_mc_debug_read_proc,
-	  jix_mc_debug_write_proc },
-	{ "kv7730/jix_mc_port_type", jix_mc_port_type_read_proc,
+	{ "jix_mc_debug", jix_mc_debug_read_proc, jix_mc_debug_write_proc },
+	{ "jix_mc_port_type", jix_mc_port_type_read_proc,
 	  jix_mc_port_type_write_proc },
 };
 
-/* Which files exist: stop removes only those (the kernel warns otherwise). */
+#define JIX_MC_PROC_DIR	"kv7730"
+
+/* The module's own directory, and which files exist in it. */
+static struct jix_proc_dir *jix_mc_proc_dir;
 static bool jix_mc_proc_created[ARRAY_SIZE(jix_mc_proc_files)];
 
 /* A file that cannot be created is skipped; the others still are. */
@@ -57,9 +60,12 @@ static void jix_mc_proc_init(void)
 	struct jix_proc_entry *e;
 	size_t i;
 
+	jix_mc_proc_dir = jix_proc_mkdir(JIX_MC_PROC_DIR);
+	if (!jix_mc_proc_dir)
+		return;
 	for (i = 0; i < ARRAY_SIZE(jix_mc_proc_files); i++) {
 		f = &jix_mc_proc_files[i];
-		e = jix_create_proc_entry(f->name, 0);
+		e = jix_create_proc_entry(f->name, 0, jix_mc_proc_dir);
 		if (!e)
 			continue;
 		e->read_proc = f->read;
@@ -75,9 +81,12 @@ static void jix_mc_proc_exit(void)
 	for (i = 0; i < ARRAY_SIZE(jix_mc_proc_files); i++) {
 		if (!jix_mc_proc_created[i])
 			continue;
-		jix_remove_proc_entry(jix_mc_proc_files[i].name);
+		jix_remove_proc_entry(jix_mc_proc_files[i].name,
+				      jix_mc_proc_dir);
 		jix_mc_proc_created[i] = false;
 	}
+	jix_proc_rmdir(jix_mc_proc_dir);
+	jix_mc_proc_dir = NULL;
 }
 
 static void jix_mc_set_driver_hooks(void)
@@ -89,11 +98,17 @@ static void jix_mc_set_driver_hooks(void)
 		   jix_xpon_hwnat_drop_multicast);
 }
 
+/*
+ * The driver calls its hooks in softirq, an RCU read-side section: once
+ * they are cleared, wait for the calls in progress to return before the
+ * state they use goes away.
+ */
 static void jix_mc_clear_driver_hooks(void)
 {
 	WRITE_ONCE(xpon_igmp_learn_flow_hook, NULL);
 	WRITE_ONCE(multicast_hwnat_drop_entry_hook, NULL);
 	WRITE_ONCE(multicast_speed_find_entry_hook, NULL);
+	synchronize_rcu();
 }
 
 /*
@@ -126,6 +141,12 @@ static void jix_mc_unregister_hooks(void)
 	quor_unregister_hook(&quor_mc_api_hook_ops);
 }
 
+/*
+ * The port map comes first (the notifier's replay fills it), then the
+ * accounting slots, then the hook entry points; the character device goes
+ * live last, so a start that fails has served no ioctl.  A failed start
+ * still removes whatever frames and API calls created meanwhile.
+ */
 static int __init jix_xpon_multicast_init(void)
 {
 	int ret;
@@ -137,46 +158,47 @@ static int __init jix_xpon_multicast_init(void)
 	igmp_init_fdb_tmp();
 	jix_mc_set_driver_hooks();
 
-	quor_igmp_cdev_init();
-	quor_igmp_dev_map_init();
-	quor_mcst_acnt_init();
-	ret = register_netdevice_notifier(&quor_igmp_device_notifier);
+	ret = quor_igmp_dev_map_init();
 	if (ret)
-		goto undo_map;
+		goto undo_driver_hooks;
+	quor_mcst_acnt_init();
 	ret = jix_mc_register_hooks();
 	if (ret)
-		goto undo_notifier;
+		goto undo_acnt;
 	jix_mc_proc_init();
+	quor_igmp_cdev_init();
 	return 0;
 
-undo_notifier:
-	unregister_netdevice_notifier(&quor_igmp_device_notifier);
-undo_map:
+undo_acnt:
+	jix_mc_clear_driver_hooks();
+	quor_igmp_remove_list();
+	jix_hwnat_release_all();
+	quor_mcst_acnt_deinit();
+	quor_igmp_dev_map_deinit();
+	return ret;
+undo_driver_hooks:
 	jix_mc_clear_driver_hooks();
 	jix_hwnat_release_all();
-	quor_igmp_cdev_deinit();
-	quor_igmp_dev_map_deinit();
-	quor_mcst_acnt_deinit();
 	return ret;
 }
 
 /*
- * The hook entry points go before the database is emptied, so no frame
- * or API call can add a record behind the final clean-up; every flow and
- * drop record, with its timer, is gone before the module's code is.
+ * The reverse of start.  The hook entry points go before the database is
+ * emptied, so no frame or API call can add a record behind the final
+ * clean-up; every flow and drop record, with its timer, is gone before
+ * the module's code is.
  */
 static void __exit jix_xpon_multicast_exit(void)
 {
 	printk("quor igmp module exit\n");
 	jix_mc_clear_driver_hooks();
+	quor_igmp_cdev_deinit();
 	jix_mc_proc_exit();
-	unregister_netdevice_notifier(&quor_igmp_device_notifier);
 	jix_mc_unregister_hooks();
 	quor_igmp_remove_list();
 	jix_hwnat_release_all();
-	quor_igmp_cdev_deinit();
-	quor_igmp_dev_map_deinit();
 	quor_mcst_acnt_deinit();
+	quor_igmp_dev_map_deinit();
 }
 
 module_init(jix_xpon_multicast_init);

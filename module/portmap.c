@@ -5,10 +5,10 @@
  * per-port types.
  *
  * Rows change only in the notifier (process context, under RTNL) and at
- * start and stop.  The packet path reads dev without a lock: the kernel
- * waits for an RCU grace period after NETDEV_UNREGISTER before it drops
- * the last references, so a reader that takes its own reference under
- * rcu_read_lock (quor_port_dev_hold) never sees a freed device.
+ * stop.  The packet path reads dev without a lock and takes a reference
+ * of its own under rcu_read_lock (quor_port_dev_hold); a row's reference
+ * is dropped only after an RCU grace period, so such a reader never takes
+ * a reference on a device that is being freed.
  */
 #include "jix_mc.h"
 
@@ -70,28 +70,33 @@ int get_port_id_by_name(const char *name)
 	return -1;
 }
 
+/*
+ * The rows are filled by the notifier: registering it replays
+ * NETDEV_REGISTER for every device that exists, under RTNL, so no device
+ * can come or go between a lookup and the registration.
+ */
 int quor_igmp_dev_map_init(void)
 {
-	int i;
-
-	for (i = 0; i <= JIX_PORT_MAX_ID; i++) {
-		if (lan_map_data[i].ifname)
-			WRITE_ONCE(lan_map_data[i].dev,
-				   dev_get_by_name(&init_net, lan_map_data[i].ifname));
-	}
-	return 0;
+	return register_netdevice_notifier(&quor_igmp_device_notifier);
 }
 
+/*
+ * Unregistering the notifier replays NETDEV_UNREGISTER, which empties
+ * the rows; anything still held after that is released here.
+ */
 int quor_igmp_dev_map_deinit(void)
 {
 	struct net_device *dev;
 	int i;
 
+	unregister_netdevice_notifier(&quor_igmp_device_notifier);
 	for (i = 0; i <= JIX_PORT_MAX_ID; i++) {
 		dev = lan_map_data[i].dev;
+		if (!dev)
+			continue;
 		WRITE_ONCE(lan_map_data[i].dev, NULL);
-		if (dev)
-			dev_put(dev);
+		synchronize_net();
+		dev_put(dev);
 	}
 	return 0;
 }
@@ -120,16 +125,11 @@ static int quor_igmp_port_of_name(const char *name)
 	return -1;
 }
 
-static void quor_igmp_bind_row(int port, const char *name)
-{
-	struct net_device *old = lan_map_data[port].dev;
-	struct net_device *dev = dev_get_by_name(&init_net, name);
-
-	WRITE_ONCE(lan_map_data[port].dev, dev);
-	if (old)
-		dev_put(old);
-}
-
+/*
+ * Empty a row and drop its reference once no packet-path reader can
+ * still be taking a reference of its own from it (quor_port_dev_hold).
+ * Notifier context: process, RTNL held.
+ */
 static void quor_igmp_unbind_row(int port)
 {
 	struct net_device *old = lan_map_data[port].dev;
@@ -137,27 +137,56 @@ static void quor_igmp_unbind_row(int port)
 	if (!old)
 		return;
 	WRITE_ONCE(lan_map_data[port].dev, NULL);
+	synchronize_net();
 	dev_put(old);
 }
 
+static void quor_igmp_bind_row(int port, struct net_device *dev)
+{
+	if (lan_map_data[port].dev == dev)
+		return;
+	quor_igmp_unbind_row(port);
+	dev_hold(dev);
+	WRITE_ONCE(lan_map_data[port].dev, dev);
+}
+
+/* Empty every row holding @dev except @keep (-1: all of them). */
+static void quor_igmp_unbind_dev(struct net_device *dev, int keep)
+{
+	int i;
+
+	for (i = 0; i <= JIX_PORT_MAX_ID; i++) {
+		if (i != keep && lan_map_data[i].dev == dev)
+			quor_igmp_unbind_row(i);
+	}
+}
+
+/*
+ * Rows follow devices of the initial namespace by identity: a device
+ * renamed away from a port name leaves its row, one renamed to a port
+ * name joins it, and unregistration empties whatever row holds the
+ * device, whatever it is called by then.
+ */
 int quor_igmp_device_event(struct notifier_block *nb, unsigned long event,
 			   void *ptr)
 {
-	struct net_device *dev;
+	struct net_device *dev = netdev_notifier_info_to_dev(ptr);
 	int port;
 
-	if (event != NETDEV_REGISTER && event != NETDEV_UNREGISTER)
+	if (!dev || !net_eq(dev_net(dev), &init_net))
 		return NOTIFY_DONE;
-	dev = netdev_notifier_info_to_dev(ptr);
-	if (!dev)
-		return NOTIFY_DONE;
-	port = quor_igmp_port_of_name(dev->name);
-	if (port < 0)
-		return NOTIFY_DONE;
-	if (event == NETDEV_REGISTER)
-		quor_igmp_bind_row(port, dev->name);
-	else
-		quor_igmp_unbind_row(port);
+	switch (event) {
+	case NETDEV_REGISTER:
+	case NETDEV_CHANGENAME:
+		port = quor_igmp_port_of_name(dev->name);
+		quor_igmp_unbind_dev(dev, port);
+		if (port >= 0)
+			quor_igmp_bind_row(port, dev);
+		break;
+	case NETDEV_UNREGISTER:
+		quor_igmp_unbind_dev(dev, -1);
+		break;
+	}
 	return NOTIFY_DONE;
 }
 

@@ -50,12 +50,22 @@ struct jix_proc_entry {
 };
 
 /*
- * Create a proc file; @name may carry one directory ("kv7730/x"), which
- * is made on first use and removed with its last file.  Handlers are set
- * on the returned entry afterwards.  Returns NULL on failure.
+ * A directory in /proc of the caller's own, made in procfs itself (not
+ * looked up through any process's view of /proc).  Returns NULL on
+ * failure.  Removed by jix_proc_rmdir() after its files.
  */
-struct jix_proc_entry *jix_create_proc_entry(const char *name, umode_t mode);
-void jix_remove_proc_entry(const char *name);
+struct jix_proc_dir;
+struct jix_proc_dir *jix_proc_mkdir(const char *name);
+void jix_proc_rmdir(struct jix_proc_dir *dir);
+
+/*
+ * Create a proc file in @parent (NULL: /proc itself).  Handlers are set
+ * on the returned entry afterwards.  Returns NULL on failure.  Creation
+ * and removal may sleep: process context only.
+ */
+struct jix_proc_entry *jix_create_proc_entry(const char *name, umode_t mode,
+					     struct jix_proc_dir *parent);
+void jix_remove_proc_entry(const char *name, struct jix_proc_dir *parent);
 
 /*
  * Insert an 802.1Q tag (TPID 0x8100, @tci) as the outermost tag, behind

@@ -79,6 +79,9 @@ struct net_device *host_netdev_alloc(const char *name);
  * the notifier chain.  Unregister does not free the device. */
 int host_netdev_register(struct net_device *dev);
 void host_netdev_unregister(struct net_device *dev);
+/* Rename a registered device and deliver NETDEV_CHANGENAME; -EEXIST when
+ * the name is taken. */
+int host_netdev_rename(struct net_device *dev, const char *name);
 /* Free a device that is not registered.  Its reference count must be 0. */
 void host_netdev_free(struct net_device *dev);
 int host_netdev_refcnt(const struct net_device *dev);
@@ -128,6 +131,9 @@ void host_chrdev_node_fail_next(int err);
 void host_trace_enable(int on);
 /* The event lines since tracing was switched on, one per line. */
 const char *host_trace_text(void);
+/* The same from a 32-bit caller: @arg is a 32-bit user address. */
+long host_chrdev_compat_ioctl(unsigned int major, unsigned int minor,
+			      unsigned int cmd, u32 arg);
 
 /* ---- vendor stand-in ---- */
 /* Make the next quor_register_hook fail with @err. */
@@ -139,6 +145,9 @@ void host_quor_fail_next_register(int err);
  * driver's default, when no operation ran).
  */
 int host_driver_offer(struct sk_buff *skb, int *result);
+/* Call @fn (NULL: nothing) after each successful registration, as the
+ * first caller of the new hook would come in. */
+void host_quor_on_register(void (*fn)(struct quor_hook_ops *ops));
 /* Registered hook ops of (type, subtype), or NULL. */
 struct quor_hook_ops *host_quor_find(unsigned int type, unsigned int subtype);
 int host_quor_registered_count(void);
@@ -148,6 +157,8 @@ int host_counters_taken(void);
 void host_counter_set(unsigned int id, u64 bytes, u64 pkts);
 unsigned long host_counter_clears(unsigned int id);
 unsigned long host_counter_reads(void);
+/* Counter reads made while the caller held a spinlock. */
+unsigned long host_counter_reads_locked(void);
 /* Switch port answered by hook 23 for a LAN port (-1: none). */
 void host_switch_port_set(unsigned int lan_port, int switch_port);
 /* Put every hardware-driver pointer (both directions) back to NULL. */

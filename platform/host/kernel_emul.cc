@@ -140,9 +140,14 @@ bool atomic_alloc_fails()
 void live_inc() { bump(my_counts().live, 1L); }
 void live_dec() { bump(my_counts().live, -1L); }
 
+/* Bumped by every reset, so rate limits start afresh in each test. */
+std::atomic<unsigned long> ratelimit_epoch{1};
+std::mutex ratelimit_mtx;
+
 void kernel_reset()
 {
 	host_log_clear();
+	ratelimit_epoch.fetch_add(1);
 	{
 		std::lock_guard<std::mutex> g(counts_mtx);
 		for (alloc_counts *c : all_counts())
@@ -173,6 +178,19 @@ unsigned long host_warn_count(void)
 }
 
 /* ---- printk ---- */
+
+int __ratelimit(struct ratelimit_state *rs)
+{
+	std::lock_guard<std::mutex> g(host::ratelimit_mtx);
+	unsigned long now = jiffies;
+
+	if (rs->epoch != host::ratelimit_epoch || time_after(now, rs->begin + 5 * HZ)) {
+		rs->epoch = host::ratelimit_epoch;
+		rs->begin = now;
+		rs->printed = 0;
+	}
+	return rs->printed < 10 ? ++rs->printed : 0;
+}
 
 int printk(const char *fmt, ...)
 {
@@ -263,15 +281,6 @@ void spin_lock_init(spinlock_t *lock)
 	lock->taken_bh = 0;
 	lock->taken_plain = 0;
 	lock->taken_plain_bh_on = 0;
-}
-
-static inline void cpu_relax(void)
-{
-#if defined(__x86_64__) || defined(__i386__)
-	__builtin_ia32_pause();
-#elif defined(__aarch64__)
-	__asm__ __volatile__("yield");
-#endif
 }
 
 /*

@@ -12,6 +12,7 @@
 #include <mutex>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #define NOTIFY_STOP_MASK	0x8000
@@ -38,7 +39,14 @@ struct notifier_block *netdev_chain;	/* under rtnl */
 
 /* Name lookup; held only briefly, never across a callback. */
 std::mutex dev_mtx;
-std::map<std::string, struct net_device *> by_name;
+/* Names are unique within a namespace. */
+using dev_key = std::pair<const struct net *, std::string>;
+std::map<dev_key, struct net_device *> by_name;
+
+dev_key key(const struct net_device *dev, const char *name)
+{
+	return dev_key(dev->nd_net, name);
+}
 std::set<struct net_device *> all_devs;	/* allocated, not yet freed */
 
 dev_priv *priv(const struct net_device *dev)
@@ -113,9 +121,8 @@ extern "C" {
 struct net_device *dev_get_by_name(struct net *net, const char *name)
 {
 	std::lock_guard<std::mutex> g(dev_mtx);
-	auto it = by_name.find(name);
+	auto it = by_name.find(dev_key(net, name));
 
-	(void)net;
 	if (it == by_name.end())
 		return NULL;
 	dev_hold(it->second);
@@ -184,6 +191,7 @@ struct net_device *host_netdev_alloc(const char *name)
 
 	snprintf(dev->name, sizeof(dev->name), "%s", name);
 	dev->netdev_ops = &capture_ops;
+	dev->nd_net = &init_net;
 	dev->host_priv = new dev_priv;
 	std::lock_guard<std::mutex> g(dev_mtx);
 	all_devs.insert(dev);
@@ -195,11 +203,26 @@ int host_netdev_register(struct net_device *dev)
 	std::lock_guard<std::recursive_mutex> r(rtnl);
 	{
 		std::lock_guard<std::mutex> g(dev_mtx);
-		if (!by_name.emplace(dev->name, dev).second)
+		if (!by_name.emplace(key(dev, dev->name), dev).second)
 			return -EEXIST;
 		dev->registered = 1;
 	}
 	call_chain(NETDEV_REGISTER, dev);
+	return 0;
+}
+
+/* As in the kernel, the new name resolves by the time the event comes. */
+int host_netdev_rename(struct net_device *dev, const char *name)
+{
+	std::lock_guard<std::recursive_mutex> r(rtnl);
+	{
+		std::lock_guard<std::mutex> g(dev_mtx);
+		if (!by_name.emplace(key(dev, name), dev).second)
+			return -EEXIST;
+		by_name.erase(key(dev, dev->name));
+		snprintf(dev->name, sizeof(dev->name), "%s", name);
+	}
+	call_chain(NETDEV_CHANGENAME, dev);
 	return 0;
 }
 
@@ -220,7 +243,7 @@ void host_netdev_unregister(struct net_device *dev)
 	}
 	{
 		std::lock_guard<std::mutex> g(dev_mtx);
-		by_name.erase(dev->name);
+		by_name.erase(key(dev, dev->name));
 	}
 	call_chain(NETDEV_UNREGISTER, dev);
 	dev->registered = 0;
@@ -234,7 +257,7 @@ void host_netdev_free(struct net_device *dev)
 	{
 		std::lock_guard<std::mutex> g(dev_mtx);
 		if (WARN_ON(dev->registered))
-			by_name.erase(dev->name);
+			by_name.erase(key(dev, dev->name));
 		all_devs.erase(dev);
 	}
 	delete priv(dev);

@@ -47,6 +47,7 @@ typedef int netdev_tx_t;
 #define __exit
 #define __iomem
 #define __maybe_unused	__attribute__((unused))
+#define __packed	__attribute__((packed))
 #define noinline	__attribute__((noinline))
 #define __always_unused	__attribute__((unused))
 #define ____cacheline_aligned_in_smp	__attribute__((aligned(64)))
@@ -93,6 +94,8 @@ struct module;
 #define module_param_named(name, var, type, perm)
 #define EXPORT_SYMBOL(x)
 #define EXPORT_SYMBOL_GPL(x)
+#define module_param_named(name, var, type, perm)
+#define MODULE_PARM_DESC(name, desc)
 /* The host build names the entry points as a legacy module would. */
 #define module_init(fn)	int init_module(void) { return fn(); }
 #define module_exit(fn)	void cleanup_module(void) { fn(); }
@@ -110,6 +113,18 @@ void cleanup_module(void);
 #define KERN_INFO	KERN_SOH "6"
 #define KERN_DEBUG	KERN_SOH "7"
 int printk(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
+
+/* As the kernel's default: at most 10 messages per 5 s from one site. */
+struct ratelimit_state {
+	unsigned long begin;
+	int printed;
+	unsigned long epoch;	/* host_reset() starts every site afresh */
+};
+int __ratelimit(struct ratelimit_state *rs);
+#define printk_ratelimited(fmt, ...) ({ \
+	static struct ratelimit_state __rs; \
+	if (__ratelimit(&__rs)) \
+		printk(fmt, ##__VA_ARGS__); })
 
 /* ---- lists (the kernel's circular doubly linked list) ---- */
 struct list_head {
@@ -317,6 +332,20 @@ static inline void atomic_add(int i, atomic_t *v)
 	__atomic_fetch_add(&v->counter, i, __ATOMIC_SEQ_CST);
 }
 
+/* A full fence (out of line: ThreadSanitizer builds refuse fences in C). */
+void smp_mb(void);
+#define smp_mb__before_atomic()	smp_mb()
+#define smp_mb__after_atomic()	smp_mb()
+
+static inline void cpu_relax(void)
+{
+#if defined(__x86_64__) || defined(__i386__)
+	__builtin_ia32_pause();
+#elif defined(__aarch64__)
+	__asm__ __volatile__("yield");
+#endif
+}
+
 static inline int atomic_xchg(atomic_t *v, int n)
 {
 	return __atomic_exchange_n(&v->counter, n, __ATOMIC_SEQ_CST);
@@ -388,6 +417,7 @@ unsigned long copy_to_user(void __user *to, const void *from,
 #define NETDEV_REGISTER		0x0005
 #define NETDEV_UNREGISTER	0x0006
 #define NETDEV_GOING_DOWN	0x0009
+#define NETDEV_CHANGENAME	0x000B
 
 #define NOTIFY_DONE	0x0000
 #define NOTIFY_OK	0x0001
@@ -419,8 +449,19 @@ struct net_device {
 	const struct net_device_ops *netdev_ops;
 	atomic_t refcnt;	/* references held by users of the device */
 	int registered;
+	struct net *nd_net;	/* &init_net unless a test moves it */
 	void *host_priv;	/* emulation's own state (tx capture) */
 };
+
+static inline struct net *dev_net(const struct net_device *dev)
+{
+	return dev->nd_net;
+}
+
+static inline int net_eq(const struct net *a, const struct net *b)
+{
+	return a == b;
+}
 
 /* Returns the registered device of that name with a reference, or NULL. */
 struct net_device *dev_get_by_name(struct net *net, const char *name);
@@ -559,7 +600,18 @@ struct file_operations {
 	struct module *owner;
 	long (*unlocked_ioctl)(struct file *f, unsigned int cmd,
 			       unsigned long arg);
+	long (*compat_ioctl)(struct file *f, unsigned int cmd,
+			     unsigned long arg);
 };
+
+/* 32-bit callers of a 64-bit kernel: their pointers are 32 bits wide. */
+#define CONFIG_COMPAT	1
+typedef u32 compat_uptr_t;
+
+static inline void __user *compat_ptr(compat_uptr_t p)
+{
+	return (void __user *)(uintptr_t)p;
+}
 
 int __register_chrdev(unsigned int major, unsigned int baseminor,
 		      unsigned int count, const char *name,
@@ -577,10 +629,24 @@ void __unregister_chrdev(unsigned int major, unsigned int baseminor,
 static inline unsigned int hweight32(u32 w) { return (unsigned int)__builtin_popcount(w); }
 static inline unsigned int hweight64(u64 w) { return (unsigned int)__builtin_popcountll(w); }
 
-/* ---- RCU: the emulation frees nothing behind a reader's back ---- */
-static inline void rcu_read_lock(void) {}
-static inline void rcu_read_unlock(void) {}
-static inline void synchronize_rcu(void) {}
+/* ---- RCU ---- */
+/*
+ * Read-side sections are counted per thread.  synchronize_rcu() waits
+ * until every thread that was inside a section when it was called has
+ * left that section; it WARNs when the caller may not sleep (inside a
+ * section, holding a spinlock, bottom halves disabled).
+ */
+void rcu_read_lock(void);
+void rcu_read_unlock(void);
+void synchronize_rcu(void);
+#define synchronize_net()	synchronize_rcu()
+#define __rcu
+#define rcu_dereference(p)	__atomic_load_n(&(p), __ATOMIC_ACQUIRE)
+#define rcu_dereference_protected(p, c)	(p)
+#define rcu_access_pointer(p)	READ_ONCE(p)
+#define rcu_assign_pointer(p, v) __atomic_store_n(&(p), (v), __ATOMIC_RELEASE)
+#define RCU_INIT_POINTER(p, v)	WRITE_ONCE(p, v)
+#define lockdep_is_held(l)	1
 
 /* ---- string helpers the kernel has and libc spells differently ---- */
 /* sscanf, snprintf, sprintf and strnlen come from libc. */

@@ -8,6 +8,7 @@
 
 #include <map>
 #include <mutex>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -19,7 +20,8 @@
 namespace {
 
 std::mutex proc_mtx;
-std::map<std::string, struct jix_proc_entry *> proc_files;
+std::map<std::string, struct jix_proc_entry *> proc_files;	/* by path */
+std::set<std::string> proc_dirs;
 bool proc_fail_next;
 std::string proc_text;		/* result of host_proc_read_all() */
 
@@ -121,6 +123,7 @@ void proc_chrdev_reset()
 		for (auto &f : proc_files)
 			delete f.second;
 		proc_files.clear();
+		proc_dirs.clear();
 		proc_fail_next = false;
 	}
 	std::lock_guard<std::mutex> g(chrdev_mtx);
@@ -137,24 +140,62 @@ extern "C" {
 
 /* ---- legacy proc files ---- */
 
-struct jix_proc_entry *jix_create_proc_entry(const char *name, umode_t mode)
+/* Directories: the caller keeps the handle, the registry its name. */
+struct jix_proc_dir {
+	std::string name;
+};
+
+struct jix_proc_dir *jix_proc_mkdir(const char *name)
 {
 	std::lock_guard<std::mutex> g(proc_mtx);
+
+	if (WARN_ON(!name || strchr(name, '/') || proc_dirs.count(name)))
+		return NULL;
+	proc_dirs.insert(name);
+	return new jix_proc_dir{ name };
+}
+
+void jix_proc_rmdir(struct jix_proc_dir *dir)
+{
+	std::lock_guard<std::mutex> g(proc_mtx);
+	std::string prefix;
+
+	if (!dir)
+		return;
+	prefix = dir->name + "/";
+	auto it = proc_files.lower_bound(prefix);
+	/* Its files go first, as in the kernel. */
+	WARN_ON(it != proc_files.end() && !it->first.compare(0, prefix.size(), prefix));
+	proc_dirs.erase(dir->name);
+	delete dir;
+}
+
+static std::string proc_path(const char *name, struct jix_proc_dir *parent)
+{
+	return parent ? parent->name + "/" + name : std::string(name);
+}
+
+struct jix_proc_entry *jix_create_proc_entry(const char *name, umode_t mode,
+					     struct jix_proc_dir *parent)
+{
+	std::lock_guard<std::mutex> g(proc_mtx);
+	std::string path = proc_path(name, parent);
 
 	(void)mode;
 	if (proc_fail_next) {
 		proc_fail_next = false;
 		return NULL;
 	}
-	if (WARN_ON(proc_files.count(name)))
+	if (WARN_ON(strchr(name, '/') || proc_files.count(path) ||
+		    (parent && !proc_dirs.count(parent->name))))
 		return NULL;
-	return proc_files[name] = new jix_proc_entry();
+	return proc_files[path] = new jix_proc_entry();
 }
 
-void jix_remove_proc_entry(const char *name)
+void jix_remove_proc_entry(const char *name, struct jix_proc_dir *parent)
 {
 	std::lock_guard<std::mutex> g(proc_mtx);
-	auto it = proc_files.find(name);
+	auto it = proc_files.find(proc_path(name, parent));
 
 	if (WARN_ON(it == proc_files.end()))
 		return;
@@ -169,7 +210,7 @@ int host_proc_exists(const char *name)
 	std::string dir = std::string(name) + "/";
 	auto it = proc_files.lower_bound(dir);
 
-	if (proc_files.count(name))
+	if (proc_files.count(name) || proc_dirs.count(name))
 		return 1;
 	return it != proc_files.end() &&
 	       it->first.compare(0, dir.size(), dir) == 0;
@@ -225,6 +266,9 @@ void host_proc_fail_next_create(void)
 }
 
 /* ---- character devices ---- */
+
+static long chrdev_ioctl(unsigned int major, unsigned int minor,
+			 unsigned int cmd, unsigned long arg, bool compat);
 
 static bool chrdev_overlaps(unsigned int major, unsigned int base,
 			    unsigned int count)
@@ -310,6 +354,18 @@ const char *host_chrdev_name(unsigned int major)
 long host_chrdev_ioctl(unsigned int major, unsigned int minor,
 		       unsigned int cmd, unsigned long arg)
 {
+	return chrdev_ioctl(major, minor, cmd, arg, false);
+}
+
+long host_chrdev_compat_ioctl(unsigned int major, unsigned int minor,
+			      unsigned int cmd, u32 arg)
+{
+	return chrdev_ioctl(major, minor, cmd, arg, true);
+}
+
+static long chrdev_ioctl(unsigned int major, unsigned int minor,
+			 unsigned int cmd, unsigned long arg, bool compat)
+{
 	const struct file_operations *fops = NULL;
 	struct file file = { NULL };
 
@@ -322,6 +378,9 @@ long host_chrdev_ioctl(unsigned int major, unsigned int minor,
 	}
 	if (!fops)
 		return -ENODEV;
+	if (compat)
+		return fops->compat_ioctl ? fops->compat_ioctl(&file, cmd, arg)
+					  : -ENOTTY;
 	if (!fops->unlocked_ioctl)
 		return -ENOTTY;
 	return fops->unlocked_ioctl(&file, cmd, arg);

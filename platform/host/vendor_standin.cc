@@ -73,10 +73,12 @@ struct hook_snap {
 std::atomic<const hook_snap *> hook_view{nullptr};
 const hook_snap *hook_retired;		/* under vendor_mtx */
 int register_fail_err;
+void (*on_register)(struct quor_hook_ops *ops);
 std::set<unsigned int> taken;
 std::map<unsigned int, hw_counter> counters;
 std::map<unsigned int, int> switch_ports;
 unsigned long counter_reads;
+unsigned long counter_reads_locked;	/* made holding a spinlock */
 
 u32 get32(const void *rec, size_t off)
 {
@@ -154,6 +156,7 @@ int counter_request(void *rec)
 	switch (get32(rec, 0)) {
 	case CNT_REQ_CMD_READ:
 		counter_reads++;
+		counter_reads_locked += host_locks_held() > 0;
 		put64(rec, CNT_REQ_OFF_BYTES, c.bytes);
 		put64(rec, CNT_REQ_OFF_PKTS, c.pkts);
 		return 0;
@@ -194,10 +197,12 @@ void vendor_reset()
 			delete old;
 		}
 		register_fail_err = 0;
+		on_register = NULL;
 		taken.clear();
 		counters.clear();
 		switch_ports.clear();
 		counter_reads = 0;
+		counter_reads_locked = 0;
 	}
 	host_hwnat_reset();
 }
@@ -206,9 +211,8 @@ void vendor_reset()
 
 extern "C" {
 
-int quor_register_hook(struct quor_hook_ops *ops)
+static int register_locked(struct quor_hook_ops *ops)
 {
-	std::lock_guard<std::mutex> g(vendor_mtx);
 	struct quor_hook_ops *o;
 
 	if (register_fail_err) {
@@ -222,6 +226,27 @@ int quor_register_hook(struct quor_hook_ops *ops)
 	list_add_tail(&ops->list, &hooks);
 	hook_publish();
 	return 0;
+}
+
+int quor_register_hook(struct quor_hook_ops *ops)
+{
+	void (*fn)(struct quor_hook_ops *ops);
+	int ret;
+
+	{
+		std::lock_guard<std::mutex> g(vendor_mtx);
+		ret = register_locked(ops);
+		fn = on_register;
+	}
+	if (!ret && fn)
+		fn(ops);
+	return ret;
+}
+
+void host_quor_on_register(void (*fn)(struct quor_hook_ops *ops))
+{
+	std::lock_guard<std::mutex> g(vendor_mtx);
+	on_register = fn;
 }
 
 void quor_unregister_hook(struct quor_hook_ops *ops)
@@ -264,8 +289,15 @@ int __QUOR_HOOK(unsigned int type, unsigned int subtype, void *data)
 	if (!snap)
 		return -1;
 	for (struct quor_hook_ops *ops : snap->ops) {
-		if (ops->hook_type == type && ops->hook_subtype == subtype)
-			return ops->hookfn ? ops->hookfn(data) : -1;
+		if (ops->hook_type != type || ops->hook_subtype != subtype)
+			continue;
+		if (!ops->hookfn)
+			return -1;
+		/* Hooks run inside an RCU read-side section, as in the kernel. */
+		rcu_read_lock();
+		int ret = ops->hookfn(data);
+		rcu_read_unlock();
+		return ret;
 	}
 	return -1;
 }
@@ -331,6 +363,12 @@ unsigned long host_counter_clears(unsigned int id)
 	auto it = counters.find(id);
 
 	return it == counters.end() ? 0 : it->second.clears;
+}
+
+unsigned long host_counter_reads_locked(void)
+{
+	std::lock_guard<std::mutex> g(vendor_mtx);
+	return counter_reads_locked;
 }
 
 unsigned long host_counter_reads(void)

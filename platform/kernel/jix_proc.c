@@ -7,16 +7,17 @@
  * start.  Here each read() calls the handler once with the file position
  * as offset and copies what it returns.
  *
- * A name may hold one directory ("kv7730/jix_mc_debug").  A directory that
- * does not exist yet is made with the first file in it and removed with
- * the last; one that already exists (made by someone else) is used and
- * left alone.  A registry under jix_proc_lock keeps both.  Creation and
- * removal may sleep: process context only.
+ * A directory is made in procfs itself with proc_mkdir() and its handle
+ * kept by the caller, so nothing depends on what the loading process sees
+ * at /proc.  When procfs already has that name (someone else's directory;
+ * the kernel warns), the files are created by their full path from the
+ * procfs root instead, which still resolves inside procfs, and that
+ * directory is left alone.  A registry under jix_proc_lock keeps the
+ * files.  Creation and removal may sleep: process context only.
  */
 #include "platform.h"
 
 #include <linux/mutex.h>
-#include <linux/namei.h>
 #include <linux/proc_fs.h>
 
 /*
@@ -30,9 +31,7 @@
 #endif
 
 struct jix_proc_dir {
-	struct list_head list;
-	struct proc_dir_entry *pde;	/* NULL: not ours, never removed */
-	unsigned int files;
+	struct proc_dir_entry *pde;	/* NULL: the name is someone else's */
 	char name[];
 };
 
@@ -40,13 +39,12 @@ struct jix_proc_file {
 	struct jix_proc_entry entry;	/* what the module sees */
 	struct list_head list;
 	struct proc_dir_entry *pde;
-	struct jix_proc_dir *dir;	/* NULL for a file in /proc itself */
-	char name[];			/* full name as created */
+	struct jix_proc_dir *dir;	/* NULL: a file in /proc itself */
+	char name[];
 };
 
 static DEFINE_MUTEX(jix_proc_lock);
 static LIST_HEAD(jix_proc_files);
-static LIST_HEAD(jix_proc_dirs);
 
 static ssize_t jix_proc_read(struct file *file, char __user *buf,
 			     size_t count, loff_t *ppos)
@@ -118,136 +116,103 @@ static const struct file_operations jix_proc_fops = {
 #endif
 
 /* Caller holds jix_proc_lock. */
-static struct jix_proc_file *jix_proc_find_file(const char *name)
+static struct jix_proc_file *jix_proc_find_file(const char *name,
+						struct jix_proc_dir *dir)
 {
 	struct jix_proc_file *pf;
 
 	list_for_each_entry(pf, &jix_proc_files, list)
-		if (!strcmp(pf->name, name))
+		if (pf->dir == dir && !strcmp(pf->name, name))
 			return pf;
 	return NULL;
 }
 
-/* True when /proc/@name exists (someone else made that directory). */
-static bool jix_proc_dir_exists(const char *name)
-{
-	struct path path;
-	char *full;
-	int err;
-
-	full = kasprintf(GFP_KERNEL, "/proc/%s", name);
-	if (!full)
-		return false;
-	err = kern_path(full, LOOKUP_DIRECTORY, &path);
-	kfree(full);
-	if (err)
-		return false;
-	path_put(&path);
-	return true;
-}
-
-/*
- * Find or make the directory of the first @len bytes of @name and count
- * one more file in it.  Caller holds jix_proc_lock.  Returns NULL on
- * failure.
- */
-static struct jix_proc_dir *jix_proc_get_dir(const char *name, size_t len)
+struct jix_proc_dir *jix_proc_mkdir(const char *name)
 {
 	struct jix_proc_dir *dir;
+	size_t len;
 
-	list_for_each_entry(dir, &jix_proc_dirs, list) {
-		if (strlen(dir->name) == len && !strncmp(dir->name, name, len)) {
-			dir->files++;
-			return dir;
-		}
-	}
+	if (!name || !*name || strchr(name, '/'))
+		return NULL;
+	len = strlen(name);
 	dir = kzalloc(sizeof(*dir) + len + 1, GFP_KERNEL);
 	if (!dir)
 		return NULL;
 	memcpy(dir->name, name, len);
-	if (!jix_proc_dir_exists(dir->name)) {
-		dir->pde = proc_mkdir(dir->name, NULL);
-		if (!dir->pde) {
-			kfree(dir);
-			return NULL;
-		}
-	}
-	dir->files = 1;
-	list_add_tail(&dir->list, &jix_proc_dirs);
+	dir->pde = proc_mkdir(name, NULL);
 	return dir;
 }
 
-/* Caller holds jix_proc_lock. */
-static void jix_proc_put_dir(struct jix_proc_dir *dir)
+void jix_proc_rmdir(struct jix_proc_dir *dir)
 {
-	if (!dir || --dir->files)
+	if (!dir)
 		return;
-	list_del(&dir->list);
 	if (dir->pde)
 		proc_remove(dir->pde);
 	kfree(dir);
 }
 
-/* One optional directory component, no empty parts. */
-static bool jix_proc_name_ok(const char *name, const char **slash)
+/* In someone else's directory: by full path from the procfs root. */
+static struct proc_dir_entry *jix_proc_create(struct jix_proc_file *pf,
+					      umode_t mode)
 {
-	*slash = strchr(name, '/');
-	if (!*name || *slash == name)
-		return false;
-	if (*slash && (!(*slash)[1] || strchr(*slash + 1, '/')))
-		return false;
-	return true;
+	struct proc_dir_entry *pde;
+	char *path;
+
+	if (!pf->dir)
+		return proc_create_data(pf->name, mode, NULL, &jix_proc_fops, pf);
+	if (pf->dir->pde)
+		return proc_create_data(pf->name, mode, pf->dir->pde,
+					&jix_proc_fops, pf);
+	path = kasprintf(GFP_KERNEL, "%s/%s", pf->dir->name, pf->name);
+	if (!path)
+		return NULL;
+	pde = proc_create_data(path, mode, NULL, &jix_proc_fops, pf);
+	kfree(path);
+	return pde;
 }
 
-struct jix_proc_entry *jix_create_proc_entry(const char *name, umode_t mode)
+struct jix_proc_entry *jix_create_proc_entry(const char *name, umode_t mode,
+					     struct jix_proc_dir *parent)
 {
 	struct jix_proc_file *pf = NULL;
-	const char *slash;
 	size_t len;
 
-	if (!name || !jix_proc_name_ok(name, &slash))
+	if (!name || !*name || strchr(name, '/'))
 		return NULL;
 	len = strlen(name);
 	mutex_lock(&jix_proc_lock);
-	if (jix_proc_find_file(name))
+	if (jix_proc_find_file(name, parent))
 		goto out;
 	pf = kzalloc(sizeof(*pf) + len + 1, GFP_KERNEL);
 	if (!pf)
 		goto out;
 	memcpy(pf->name, name, len);
-	if (slash) {
-		pf->dir = jix_proc_get_dir(name, slash - name);
-		if (!pf->dir)
-			goto fail;
+	pf->dir = parent;
+	pf->pde = jix_proc_create(pf, mode);
+	if (!pf->pde) {
+		kfree(pf);
+		pf = NULL;
+		goto out;
 	}
-	/* The path is resolved from /proc, ours or not. */
-	pf->pde = proc_create_data(name, mode, NULL, &jix_proc_fops, pf);
-	if (!pf->pde)
-		goto fail_dir;
 	list_add_tail(&pf->list, &jix_proc_files);
-	goto out;
-
-fail_dir:
-	jix_proc_put_dir(pf->dir);
-fail:
-	kfree(pf);
-	pf = NULL;
 out:
 	mutex_unlock(&jix_proc_lock);
 	return pf ? &pf->entry : NULL;
 }
 
-void jix_remove_proc_entry(const char *name)
+void jix_remove_proc_entry(const char *name, struct jix_proc_dir *parent)
 {
 	struct jix_proc_file *pf;
 
+	if (!name)
+		return;
 	mutex_lock(&jix_proc_lock);
-	pf = name ? jix_proc_find_file(name) : NULL;
+	pf = jix_proc_find_file(name, parent);
 	if (pf) {
 		list_del(&pf->list);
 		/* Waits for reads and writes in progress to return. */
 		proc_remove(pf->pde);
-		jix_proc_put_dir(pf->dir);
 		kfree(pf);
 	}
 	mutex_unlock(&jix_proc_lock);

@@ -15,6 +15,7 @@
 #define JIX_KERNEL_PLAT_OS_H
 
 #include <linux/atomic.h>
+#include <linux/compat.h>
 #include <linux/errno.h>
 #include <linux/etherdevice.h>
 #include <linux/fs.h>

@@ -1,4 +1,6 @@
 // ioctl commands of the character device, including faulting pointers.
+#include <sys/mman.h>
+
 #include "support/module_fixture.h"
 
 using namespace jt;
@@ -132,6 +134,46 @@ TEST_F(CdevGet, HugeCapacityIsBoundedByTheTable)
 	EXPECT_EQ(3, get(req, recs, 0x7fffffff));
 	EXPECT_EQ(0, get(req, recs, -5)); // negative: nothing written
 	EXPECT_EQ(0, req.entry_num);
+}
+
+// A 32-bit caller on a 64-bit kernel: its get-entries request has a
+// 4-byte entries pointer at 0x18 and is 28 bytes long; the other
+// commands only need the pointer widened.
+TEST_F(Cdev, RequestsOfA32BitCaller)
+{
+	u8 *low = (u8 *)mmap(nullptr, 4096, PROT_READ | PROT_WRITE,
+			     MAP_PRIVATE | MAP_ANONYMOUS | MAP_32BIT, -1, 0);
+	if (low == MAP_FAILED)
+		GTEST_SKIP() << "no memory below 4 GiB";
+	auto a = entry(1, "239.1.1.1"), b = entry(1, "239.1.1.2");
+	ioctl(QUOR_IGMP_IOC_ADD_ENTRY, &a);
+	ioctl(QUOR_IGMP_IOC_ADD_ENTRY, &b);
+	u8 *req = low, *recs = low + 256;
+	const u32 recs32 = (u32)(uintptr_t)recs, req32 = (u32)(uintptr_t)req;
+	const u32 in[] = { 8, 5 };	// capacity, total_pkts
+	const u64 total_bytes = 7;
+	memset(req, 0xee, 32);
+	req[0x00] = 1;
+	memcpy(req + 0x04, in, 8);
+	memcpy(req + 0x10, &total_bytes, 8);
+	memcpy(req + 0x18, &recs32, 4);
+	EXPECT_EQ(2, host_chrdev_compat_ioctl(253, 0, QUOR_IGMP_IOC_GET_ENTRY, req32));
+	u32 out[2], ptr;
+	u64 bytes;
+	memcpy(out, req + 0x04, 8);
+	memcpy(&bytes, req + 0x10, 8);
+	memcpy(&ptr, req + 0x18, 4);
+	EXPECT_EQ(2u, out[0]);
+	EXPECT_EQ(5u, out[1]);
+	EXPECT_EQ(7u, bytes);
+	EXPECT_EQ(recs32, ptr);
+	EXPECT_EQ(0xee, req[0x1c]) << "nothing written past the 28 bytes";
+	EXPECT_EQ(0, memcmp(recs + 0x10, a.grp_ip.addr, 4));
+	EXPECT_EQ(0, memcmp(recs + 80 + 0x10, b.grp_ip.addr, 4));
+	EXPECT_EQ(4, host_chrdev_compat_ioctl(253, 0, QUOR_IGMP_IOC_GET_FILTER_MODE,
+					      req32 + 64));
+	EXPECT_EQ(4, req[64]);
+	munmap(low, 4096);
 }
 
 } // namespace

@@ -312,7 +312,9 @@ TEST_F(Fdb, EntriesCountFromTheirBindingAndAcrossWrap)
 	igmp_entry_info rec[4]{};
 	igmp_entry_get_req req = get_req(1, rec, 4);
 	req.total_pkts = 1; // added to, never cleared
+	unsigned long locked = host_counter_reads_locked();
 	EXPECT_EQ(2, quor_igmp_get_entry(&req));
+	EXPECT_EQ(locked, host_counter_reads_locked()) << "counters read under a lock";
 	EXPECT_EQ(2, req.entry_num);
 	EXPECT_EQ(5u, rec[0].pkt_acnt);
 	EXPECT_EQ(500u, rec[0].byte_acnt);
@@ -352,6 +354,33 @@ TEST_F(Fdb, CapacityLimitsRecordsAndZeroStillReadsPortCounters)
 	host_log_clear();
 	EXPECT_EQ(-1, quor_igmp_get_entry(nullptr));
 	EXPECT_EQ("[quor_igmp_get_entry]NULL point\n", log_take());
+}
+
+// The database is bounded: an add beyond the bound fails and changes
+// nothing, a refresh still works, and the refusal is logged rate-limited.
+TEST_F(Fdb, AddsBeyondTheBoundFail)
+{
+	const std::string full = "[quor_igmp_add_entry]forwarding database is full (2 entries)\n";
+	auto a = entry(1, "239.1.1.1"), b = entry(2, "239.1.1.1"), c = entry(3, "239.1.1.1");
+
+	EXPECT_EQ(16384u, igmp_fdb_max_entries);
+	igmp_fdb_max_entries = 2;
+	EXPECT_EQ(0, quor_igmp_add_entry(&a));
+	EXPECT_EQ(0, quor_igmp_add_entry(&b));
+	fake::reset();
+	host_log_clear();
+	for (int i = 0; i < 20; i++)
+		EXPECT_EQ(-1, quor_igmp_add_entry(&c));
+	EXPECT_EQ(2u, fdb_entries().size());
+	EXPECT_TRUE(fake::calls.empty());
+	std::string log = log_take(), ten;
+	for (int i = 0; i < 10; i++)
+		ten += full;
+	EXPECT_EQ(ten, log);
+	a.vlan_mode = 3;
+	EXPECT_EQ(0, quor_igmp_add_entry(&a));
+	EXPECT_EQ(3u, fdb_entries()[0].vlan_mode);
+	igmp_fdb_max_entries = IGMP_FDB_MAX_ENTRIES;
 }
 
 TEST_F(Fdb, RefreshKeepsBasesOfTheSameGroup)

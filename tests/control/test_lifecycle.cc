@@ -1,4 +1,8 @@
 // Start and stop: defaults, registrations, order, and clean failure.
+#include <atomic>
+#include <chrono>
+#include <thread>
+
 #include "support/module_fixture.h"
 
 using namespace jt;
@@ -52,12 +56,60 @@ TEST_F(Lifecycle, StopUndoesEverything)
 	EXPECT_EQ(nullptr, multicast_speed_find_entry_hook);
 	EXPECT_EQ(nullptr, multicast_hwnat_drop_entry_hook);
 	EXPECT_EQ(0, host_proc_count());
+	EXPECT_FALSE(host_proc_exists("kv7730"));
 	EXPECT_FALSE(host_chrdev_registered(253));
 	EXPECT_EQ(0, host_quor_registered_count());
 	EXPECT_EQ(0, host_counters_taken());
 	EXPECT_TRUE(igmp_fdb_empty());
 	EXPECT_TRUE(list_empty(igmp_get_fdb_tmp_list()));
 	EXPECT_EQ((std::vector<std::string>{ "clear_flows", "release_all" }), fake::calls);
+}
+
+// A start that fails at the API hook has served no ioctl (the character
+// device goes live last) and leaves nothing of what the already live
+// interval hook and API calls made meanwhile.
+void add_while_starting(quor_hook_ops *ops)
+{
+	if (ops->hook_subtype != QUOR_MC_SUBTYPE_INTERVAL)
+		return;
+	auto a = entry(1, "239.1.1.1");
+	EXPECT_EQ(-ENODEV, host_chrdev_ioctl(253, 0, QUOR_IGMP_IOC_ADD_ENTRY,
+					     (unsigned long)&a));
+	host_quor_fail_next_register(-ENOMEM);
+}
+
+TEST_F(Lifecycle, FailedStartLeavesNothing)
+{
+	stop();
+	host_quor_on_register(add_while_starting);
+	EXPECT_EQ(-ENOMEM, init_module());
+	host_quor_on_register(nullptr);
+	EXPECT_TRUE(igmp_fdb_empty());
+	EXPECT_FALSE(host_chrdev_registered(253));
+	EXPECT_EQ(0, host_quor_registered_count());
+	EXPECT_EQ(0, host_counters_taken());
+	EXPECT_EQ(nullptr, multicast_speed_find_entry_hook);
+}
+
+// Stop waits for the driver's calls through its hooks (made in softirq,
+// under RCU) before it takes anything down.
+TEST_F(Lifecycle, StopWaitsForDriverHookCalls)
+{
+	std::atomic<bool> in_call{ false };
+	int hooks_at_return = -1;
+	std::thread driver([&] {
+		rcu_read_lock();
+		EXPECT_NE(nullptr, READ_ONCE(multicast_speed_find_entry_hook));
+		in_call = true;
+		std::this_thread::sleep_for(std::chrono::milliseconds(100));
+		hooks_at_return = host_quor_registered_count();
+		rcu_read_unlock();
+	});
+	while (!in_call)
+		std::this_thread::yield();
+	stop();
+	driver.join();
+	EXPECT_EQ(2, hooks_at_return);
 }
 
 TEST_F(Lifecycle, RestartAfterStop)

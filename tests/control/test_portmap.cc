@@ -1,5 +1,8 @@
 // The port map following devices through notifier events, with exact
 // device reference counts.
+#include <chrono>
+#include <thread>
+
 #include "support/module_fixture.h"
 
 using namespace jt;
@@ -56,6 +59,47 @@ TEST_F(PortMap, RegisteringTwiceKeepsOneReference)
 	EXPECT_EQ(NOTIFY_DONE, quor_igmp_device_event(&quor_igmp_device_notifier,
 						      NETDEV_UNREGISTER, &none));
 	EXPECT_EQ(d, get_dev_by_port(1));
+}
+
+// Rows follow devices of the initial namespace by identity: through
+// renames, and out of whatever row they hold when they go away.
+TEST_F(PortMap, RowsFollowRenamesAndIgnoreOtherNamespaces)
+{
+	net_device *d = netdev("eth0.1");
+	ASSERT_EQ(0, host_netdev_rename(d, "lan1"));
+	EXPECT_EQ(nullptr, get_dev_by_port(0));
+	EXPECT_EQ(0, host_netdev_refcnt(d));
+	ASSERT_EQ(0, host_netdev_rename(d, "eth0.3"));
+	EXPECT_EQ(d, get_dev_by_port(2));
+	ASSERT_EQ(0, host_netdev_rename(d, "ux5"));
+	EXPECT_EQ(nullptr, get_dev_by_port(2));
+	EXPECT_EQ(d, get_dev_by_port(21));
+	EXPECT_EQ(1, host_netdev_refcnt(d));
+	net other{};
+	net_device *f = netdev("ux5", false);
+	f->nd_net = &other;
+	ASSERT_EQ(0, host_netdev_register(f));
+	host_netdev_unregister(f);
+	EXPECT_EQ(d, get_dev_by_port(21)) << "another namespace's ux5 is not ours";
+	EXPECT_EQ(0, host_netdev_refcnt(f));
+	host_netdev_unregister(d);
+	EXPECT_EQ(nullptr, get_dev_by_port(21));
+	EXPECT_EQ(0, host_netdev_refcnt(d));
+}
+
+// A reader that found the device under rcu_read_lock may still take its
+// own reference: the row's reference goes only after the reader is done.
+TEST_F(PortMap, RowReferenceOutlivesReaders)
+{
+	net_device *d = netdev("eth0.5");
+	rcu_read_lock();
+	ASSERT_EQ(d, get_dev_by_port(4));
+	std::thread t([&] { host_netdev_unregister(d); });
+	std::this_thread::sleep_for(std::chrono::milliseconds(50));
+	EXPECT_EQ(1, host_netdev_refcnt(d));
+	rcu_read_unlock();
+	t.join();
+	EXPECT_EQ(0, host_netdev_refcnt(d));
 }
 
 TEST_F(PortMap, SoftwareCountersReadAndReset)

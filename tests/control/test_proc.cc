@@ -130,8 +130,11 @@ TEST_F(Proc, LongListingReadInPiecesMatchesOneRead)
 	}
 	std::string whole = read(FWD, 1 << 20);
 	EXPECT_GT(whole.size(), 20000u); // far beyond one page
-	for (size_t chunk : { 13, 100, 4095, 4096 })
+	for (size_t chunk : { 13, 100, 4095, 4096 }) {
+		unsigned long walks = igmp_fdb_lock.taken_bh;
 		EXPECT_EQ(whole, read(FWD, chunk)) << chunk;
+		EXPECT_EQ(1u, igmp_fdb_lock.taken_bh - walks) << "one walk per pass";
+	}
 	EXPECT_NE(std::string::npos, whole.find("\t239.2.99.5/0.0.0.0\n" + fwd_tail));
 }
 

@@ -1,6 +1,10 @@
 // The per-packet handler as the driver calls it through the hook framework:
 // what it answers for each kind of frame, what it sends where, what it asks
 // of the offload code, and that the driver's frame comes back as it went in.
+#include <atomic>
+#include <chrono>
+#include <thread>
+
 #include "support/frames.h"
 #include "support/module_fixture.h"
 
@@ -246,6 +250,33 @@ TEST_F(DataHandle, DumpOnlyAtLevelFour)
 	quor_mc_debug_level = 4;
 	offer(data_frame());
 	EXPECT_NE(std::string::npos, log_take().find("skb_dump"));
+}
+
+// Removing the receive callback waits for a call of it in progress, so
+// the control plane may unload right after.
+std::atomic<bool> cb_entered, cb_removed, removed_while_running;
+int slow_rx_cb(u8, u8 *, u32)
+{
+	cb_entered = true;
+	std::this_thread::sleep_for(std::chrono::milliseconds(100));
+	removed_while_running = cb_removed.load();
+	return 0;
+}
+
+TEST_F(DataHandle, RemovingTheCallbackWaitsForItsCallers)
+{
+	quor_mc_rx_cb_t cb = slow_rx_cb;
+	cb_entered = cb_removed = removed_while_running = false;
+	ASSERT_EQ(2, api(QUOR_MC_API_SET_RECV_CB, &cb).result);
+	net_device *pon = netdev("pon");
+	std::thread rx([&] { offer(igmp_frame(igmp_query("0.0.0.0"), "224.0.0.1"), 32, pon); });
+	while (!cb_entered)
+		std::this_thread::yield();
+	cb = nullptr;
+	EXPECT_EQ(2, api(QUOR_MC_API_SET_RECV_CB, &cb).result);
+	cb_removed = true;
+	rx.join();
+	EXPECT_FALSE(removed_while_running);
 }
 
 } // namespace

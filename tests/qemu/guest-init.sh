@@ -771,6 +771,16 @@ probe_said "API transmit on the deleted port's id is refused" \
 	"xmit port=2 len=60 result=-1 hook=1"
 jixtest veth eth0.3 e03-p || fail "re-create eth0.3"
 xmit_seen 2 e03-p
+# A device renamed away leaves its port, whatever it is called when it
+# goes; one renamed to a port name takes the port.
+ip link set eth0.1 down && ip link set eth0.1 name lan1 || fail "rename eth0.1"
+probe_run insmod $PROBE xmit_port=0
+probe_said "a port renamed away is empty" "xmit port=0 len=60 result=-1 hook=1"
+deleted_at_once lan1 "after its rename from eth0.1"
+jixtest veth lan1 e01-p || fail "re-create lan1"
+ip link set lan1 down && ip link set lan1 name eth0.1 && ip link set eth0.1 up ||
+	fail "rename lan1 to eth0.1"
+xmit_seen 0 e01-p
 
 # ---- unload and reload ----
 mcctl add 239.7.7.7 01:00:5e:07:07:07 0
@@ -783,7 +793,15 @@ exits_with "the ioctl device is gone: mcctl exits 3" 3 mcctl show
 probe_run insmod $PROBE xmit_port=0
 probe_said "no API hook after unload" "xmit port=0 len=60 result=-12345 hook=-1"
 
-check "reload jix_xpon_multicast" insmod $M/jix_xpon_multicast.ko
+# The module makes /proc/kv7730 in procfs whatever the loading process
+# sees at /proc: here a chroot whose /proc is a plain directory that has
+# a kv7730 of its own.
+mkdir -p /tmp/croot/bin /tmp/croot/proc/kv7730
+cp /bin/busybox /tmp/croot/bin/ && cp $M/jix_xpon_multicast.ko /tmp/croot/
+check "reload jix_xpon_multicast from a chroot" \
+	chroot /tmp/croot /bin/busybox insmod /jix_xpon_multicast.ko
+check "reload: /proc/kv7730 is the module's whatever the loader saw" [ -f $DBG ]
+rm -rf /tmp/croot
 printf '1\n' > /tmp/exp
 same_text "reload: debug level back to 1" $DBG
 { fwd_head on 4; fwd_tail; } > /tmp/exp

@@ -16,6 +16,7 @@ inline void reset_image_state(int debug_level = 1)
 {
 	quor_mc_debug_level = debug_level;
 	igmp_snooping_enable = 1;
+	igmp_fdb_max_entries = IGMP_FDB_MAX_ENTRIES;
 	quor_mc_ctrl_packet_rx_cb_func = nullptr;
 	for (auto &r : lan_map_data) {
 		r.dev = nullptr;
