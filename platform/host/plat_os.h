@@ -94,8 +94,6 @@ struct module;
 #define module_param_named(name, var, type, perm)
 #define EXPORT_SYMBOL(x)
 #define EXPORT_SYMBOL_GPL(x)
-#define module_param_named(name, var, type, perm)
-#define MODULE_PARM_DESC(name, desc)
 /* The host build names the entry points as a legacy module would. */
 #define module_init(fn)	int init_module(void) { return fn(); }
 #define module_exit(fn)	void cleanup_module(void) { fn(); }
