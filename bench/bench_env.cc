@@ -131,18 +131,7 @@ void table_clear()
 	mc.api_function_id = QUOR_MC_API_CLEAR_ALL;
 	__QUOR_HOOK(QUOR_HOOK_TYPE_MULTICAST, QUOR_MC_SUBTYPE_API, &mc);
 	cur_n = 0;
-	/*
-	 * Entries bind accounting slots that only flow removal frees; left
-	 * bound, a full table would make every later frame log "mcst acnt
-	 * table is full".  Each benchmark starts with all 32 free.
-	 */
-	for (const mcst_acnt_slot &slot : mcst_acnt) {
-		if (slot.valid)
-			continue;
-		u8 grp[16];
-		memcpy(grp, slot.grp_addr, sizeof(grp));
-		quor_mcst_clean_group(grp);
-	}
+	/* Clearing every entry and flow gave every accounting slot back. */
 }
 
 void table_set(u32 mode, unsigned n)

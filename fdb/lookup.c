@@ -16,6 +16,7 @@
  * numbers, which follow list order.
  */
 #include "fdb.h"
+#include "acnt/acnt.h"
 
 DEFINE_SPINLOCK(igmp_fdb_lock);
 static LIST_HEAD(igmp_fdb_list);
@@ -103,10 +104,10 @@ static void igmp_fdb_reindex(u32 mode)
 	struct igmp_fdb_entry *e;
 
 	igmp_fdb_hash_clear();
-	igmp_fdb_hash_mode = mode;
+	WRITE_ONCE(igmp_fdb_hash_mode, mode);
 	list_for_each_entry(e, &igmp_fdb_list, list) {
-		e->hkey = igmp_entry_hash(e, mode);
-		hlist_add_head(&e->hnode, igmp_head(e->hkey));
+		WRITE_ONCE(e->hkey, igmp_entry_hash(e, mode));
+		hlist_add_head_rcu(&e->hnode, igmp_head(e->hkey));
 	}
 }
 
@@ -133,23 +134,26 @@ struct hlist_head *igmp_fdb_bucket(u32 mode, u32 hash)
 	return igmp_head(hash);
 }
 
+/* Caller holds the lock; readers see @e complete once it is linked. */
 void igmp_fdb_link(struct igmp_fdb_entry *e)
 {
 	e->seq = ++igmp_fdb_seq;
 	list_add_tail(&e->list, &igmp_fdb_list);
 	e->hkey = igmp_entry_hash(e, igmp_fdb_hash_mode);
-	hlist_add_head(&e->hnode, igmp_head(e->hkey));
+	hlist_add_head_rcu(&e->hnode, igmp_head(e->hkey));
 }
 
-void igmp_fdb_rehash(struct igmp_fdb_entry *e)
+void igmp_fdb_replace(struct igmp_fdb_entry *old, struct igmp_fdb_entry *new)
 {
-	u32 h = igmp_entry_hash(e, igmp_fdb_hash_mode);
-
-	if (h == e->hkey && !hlist_unhashed(&e->hnode))
-		return;
-	hlist_del_init(&e->hnode);
-	e->hkey = h;
-	hlist_add_head(&e->hnode, igmp_head(h));
+	new->seq = old->seq;
+	new->flow_idx = READ_ONCE(old->flow_idx);
+	new->acnt = old->acnt;
+	old->acnt.bound = 0;
+	new->hkey = igmp_entry_hash(new, igmp_fdb_hash_mode);
+	list_add(&new->list, &old->list);
+	list_del(&old->list);
+	hlist_del_init_rcu(&old->hnode);
+	hlist_add_head_rcu(&new->hnode, igmp_head(new->hkey));
 }
 
 void igmp_fdb_unlink_all(struct list_head *to)
@@ -247,6 +251,34 @@ void igmp_find_port_entries(const struct igmp_entry_info *key, u32 ports,
 	}
 }
 
+struct hlist_head *igmp_fdb_bucket_rcu(u32 mode, u32 hash)
+{
+	if (mode > IGMP_FILTER_MAX || mode != READ_ONCE(igmp_fdb_hash_mode))
+		return NULL;
+	return igmp_head(hash);
+}
+
+void igmp_find_port_entries_rcu(const struct igmp_entry_info *key, u32 mode,
+				u32 ports, struct igmp_fdb_entry **found)
+{
+	struct igmp_fdb_entry *e;
+	struct hlist_head *head;
+	u32 h;
+
+	memset(found, 0, 32 * sizeof(*found));
+	h = igmp_key_hash(key, mode);
+	head = igmp_fdb_bucket_rcu(mode, h);
+	if (!head)
+		return;
+	hlist_for_each_entry_rcu(e, head, hnode) {
+		if (READ_ONCE(e->hkey) != h || e->port >= 32 ||
+		    !((ports >> e->port) & 1) || !igmp_prog_match(e, key, mode))
+			continue;
+		if (!found[e->port] || e->seq < found[e->port]->seq)
+			found[e->port] = e;
+	}
+}
+
 /*
  * Collect the member ports of the key's programme into *@mask and the
  * newest member's flow index into *@flow_idx; then let @op add or remove
@@ -280,7 +312,7 @@ static int igmp_find_data_mode(const struct igmp_entry_info *key, s32 *flow_idx,
 	}
 	if (!newest)
 		return 0;
-	*flow_idx = newest->flow_idx;
+	*flow_idx = READ_ONCE(newest->flow_idx);
 	if (op == IGMP_PROG_OP_ADD)
 		*mask |= jix_port_bit(key->port);
 	else if (op == IGMP_PROG_OP_DEL)
@@ -402,10 +434,20 @@ void igmp_clear_entry_tmp(void)
 	}
 }
 
-/* Caller holds igmp_fdb_lock. */
-void igmp_del_entry(struct igmp_fdb_entry *entry)
+/* Free an entry readers may still hold, and give its slot back. */
+void igmp_entry_release(struct igmp_fdb_entry *entry)
 {
-	hlist_del_init(&entry->hnode);
+	if (entry->acnt.bound)
+		quor_mcst_slot_put(entry->acnt.slot);
+	kfree_rcu(entry, rcu);
+}
+
+int igmp_del_entry(struct igmp_fdb_entry *entry)
+{
+	int slot = entry->acnt.bound ? entry->acnt.slot : -1;
+
+	hlist_del_init_rcu(&entry->hnode);
 	list_del(&entry->list);
-	kfree(entry);
+	kfree_rcu(entry, rcu);
+	return slot;
 }

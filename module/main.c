@@ -138,7 +138,9 @@ static int __init jix_xpon_multicast_init(void)
 
 	quor_igmp_cdev_init();
 	quor_igmp_dev_map_init();
-	quor_mcst_acnt_init();
+	ret = quor_mcst_acnt_init();
+	if (ret)
+		goto undo_map;
 	ret = register_netdevice_notifier(&quor_igmp_device_notifier);
 	if (ret)
 		goto undo_map;

@@ -238,15 +238,18 @@ unsigned long host_log_count_level(int level)
 
 /* ---- bottom halves and spinlocks ---- */
 
+/* Bottom halves disabled is a read-side RCU section, as in the kernel. */
 void local_bh_disable(void)
 {
 	bh_depth++;
+	host::rcu_enter();
 }
 
 void local_bh_enable(void)
 {
 	if (WARN_ON(bh_depth <= 0))
 		return;
+	host::rcu_exit();
 	bh_depth--;
 }
 
@@ -379,8 +382,11 @@ void kfree(const void *p)
 {
 	if (!p)
 		return;
-	host::timer_check_free(p, malloc_usable_size((void *)p));
+	size_t n = malloc_usable_size((void *)p);
+
+	host::timer_check_free(p, n);
 	host::live_dec();
+	memset((void *)p, 0x6b, n);	/* poison: a late reader sees garbage */
 	free((void *)p);
 }
 
@@ -399,8 +405,11 @@ void host_alloc_fail_all(int on)
 	fail_all = on != 0;
 }
 
+/* Objects waiting for a grace period are still live until it ends. */
 long host_alloc_live(void)
 {
+	if (!host::rcu_reading())
+		rcu_barrier();
 	return live_sum();
 }
 
@@ -468,6 +477,7 @@ int scnprintf(char *buf, size_t size, const char *fmt, ...)
 
 void host_reset(void)
 {
+	rcu_barrier();
 	host::kernel_reset();
 	host::timer_reset();
 	host::net_reset();

@@ -36,11 +36,23 @@ struct sk_buff *skb_new(unsigned int size)
 	return skb;
 }
 
+/* Drop @skb's hold on its bytes; the last owner frees them. */
+void head_release(struct sk_buff *skb)
+{
+	unsigned int *shared = skb->host_shared;
+
+	skb->host_shared = NULL;
+	if (shared && __atomic_sub_fetch(shared, 1, __ATOMIC_ACQ_REL)) 
+		return;
+	free(shared);
+	free(skb->head);
+}
+
 void skb_free(struct sk_buff *skb)
 {
 	if (!skb)
 		return;
-	free(skb->head);
+	head_release(skb);
 	free(skb);
 	host::live_dec();
 }
@@ -65,7 +77,7 @@ int skb_grow_head(struct sk_buff *skb, unsigned int extra)
 	skb->data = head + extra + (skb->data - skb->head);
 	skb->tail = head + extra + (skb->tail - skb->head);
 	skb->end = head + extra + size;
-	free(skb->head);
+	head_release(skb);	/* a clone's bytes stay with their owners */
 	skb->head = head;
 	shift_header(&skb->mac_header, extra);
 	shift_header(&skb->network_header, extra);
@@ -106,6 +118,36 @@ struct sk_buff *skb_copy(const struct sk_buff *skb, gfp_t gfp)
 	n->hwnat_ctrl = skb->hwnat_ctrl;
 	n->truesize = skb->truesize;
 	return n;
+}
+
+struct sk_buff *skb_clone(struct sk_buff *skb, gfp_t gfp)
+{
+	(void)gfp;
+	if (host::atomic_alloc_fails())
+		return NULL;
+	struct sk_buff *n = (struct sk_buff *)malloc(sizeof(*n));
+
+	if (!n)
+		return NULL;
+	if (!skb->host_shared) {
+		skb->host_shared = (unsigned int *)malloc(sizeof(unsigned int));
+		if (!skb->host_shared) {
+			free(n);
+			return NULL;
+		}
+		*skb->host_shared = 1;
+	}
+	__atomic_add_fetch(skb->host_shared, 1, __ATOMIC_RELAXED);
+	*n = *skb;
+	n->next = n->prev = NULL;
+	host::live_inc();
+	return n;
+}
+
+int skb_cloned(const struct sk_buff *skb)
+{
+	return skb->host_shared &&
+	       __atomic_load_n(skb->host_shared, __ATOMIC_ACQUIRE) > 1;
 }
 
 void kfree_skb(struct sk_buff *skb)
@@ -169,7 +211,8 @@ int jix_vlan_put_tag(struct sk_buff *skb, u16 tci)
 {
 	if (WARN_ON(skb->len < 2 * ETH_ALEN))
 		return -EINVAL;
-	if (skb_headroom(skb) < VLAN_HLEN &&
+	/* As skb_cow_head(): shared bytes are unshared first. */
+	if ((skb_headroom(skb) < VLAN_HLEN || skb_cloned(skb)) &&
 	    skb_grow_head(skb, SKB_GROW_PAD))
 		return -ENOMEM;
 	bool mac_at_data = skb_mac_header_was_set(skb) &&

@@ -306,8 +306,8 @@ TEST_F(Fdb, EntriesCountFromTheirBindingAndAcrossWrap)
 	quor_igmp_add_entry(&b); // slot 1, bases near the top
 	host_counter_set(id_a, 1500, 15);
 	host_counter_set(id_b, 0x100, 0x10); // both wrapped
-	atomic_set(&lan_map_data[1].sw_pktcnt, 3);
-	atomic_set(&lan_map_data[1].sw_bytecount, 300);
+	for (int i = 0; i < 3; i++)
+		set_sw_cnt_by_port(1, 100);
 
 	igmp_entry_info rec[4]{};
 	igmp_entry_get_req req = get_req(1, rec, 4);
@@ -320,7 +320,9 @@ TEST_F(Fdb, EntriesCountFromTheirBindingAndAcrossWrap)
 	EXPECT_EQ(0x200u, rec[1].byte_acnt);
 	EXPECT_EQ(1u + 5 + 0x20 + 3, req.total_pkts);
 	EXPECT_EQ(500u + 0x200 + 300, req.total_bytes);
-	EXPECT_EQ(0u, (u32)atomic_read(&lan_map_data[1].sw_pktcnt)); // read and reset
+	u32 sb = 1, sp = 1;
+	get_sw_cnt_by_port(1, &sb, &sp); // read and reset
+	EXPECT_EQ(0u, sp + sb);
 	EXPECT_EQ(0, memcmp(rec[0].grp_ip.addr, a.grp_ip.addr, 16));
 	EXPECT_EQ(0, memcmp(rec[0].grp_mac, a.grp_mac, 6));
 }
@@ -335,19 +337,20 @@ TEST_F(Fdb, CapacityLimitsRecordsAndZeroStillReadsPortCounters)
 	EXPECT_EQ(1, quor_igmp_get_entry(&req));
 	EXPECT_EQ(0, memcmp(rec[0].grp_ip.addr, a.grp_ip.addr, 4));
 
-	atomic_set(&lan_map_data[2].sw_pktcnt, 4);
+	for (int i = 0; i < 4; i++)
+		set_sw_cnt_by_port(2, 1);
 	req = {};
 	req.port_id = 2;
 	EXPECT_EQ(0, quor_igmp_get_entry(&req));
 	EXPECT_EQ(4u, req.total_pkts);
-	EXPECT_EQ(0u, (u32)atomic_read(&lan_map_data[2].sw_pktcnt));
+	EXPECT_EQ(0, quor_igmp_get_entry(&req)); // read and reset
+	EXPECT_EQ(4u, req.total_pkts);
 
 	req = {};
 	req.port_id = 34; // no software counters beyond port 33
-	atomic_set(&lan_map_data[34].sw_pktcnt, 9);
+	set_sw_cnt_by_port(34, 9);
 	EXPECT_EQ(0, quor_igmp_get_entry(&req));
 	EXPECT_EQ(0u, req.total_pkts);
-	atomic_set(&lan_map_data[34].sw_pktcnt, 0);
 	quor_mc_debug_level = 1;
 	host_log_clear();
 	EXPECT_EQ(-1, quor_igmp_get_entry(nullptr));
