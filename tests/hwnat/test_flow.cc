@@ -2,6 +2,7 @@
 // answer, membership updates with the conversion into a drop, removal,
 // lookups and the driver's learn hook.
 #include "hwnat_test.h"
+#include <thread>
 
 using namespace frames;
 using jt::log_take;
@@ -391,3 +392,28 @@ TEST_F(Hwnat, VlanAndDestinationPortReachTheDriver)
 }
 
 } // namespace
+
+// The driver reads the record its find hook returns until it leaves
+// softirq, while another processor may clear the flows meanwhile.  Every
+// path, the driver's and the packet path's included, takes the table
+// locks with bottom halves disabled.
+TEST_F(Hwnat, FoundRecordOutlivesItsRemovalAndLocksAreTakenWithBhOff)
+{
+	unsigned long plain = hwnat_flow_lock.taken_plain + hwnat_drop_lock.taken_plain;
+
+	bind(v4("239.1.1.1"), 0x1);
+	bind(v4("239.1.1.1"), 0x3);
+	drop(v4("239.1.1.1"));
+	jix_xpon_hwnat_learn_flow(frames::skb_from(v4("239.1.1.1")).get());
+	host_jiffies_advance(4000);
+	EXPECT_EQ(plain, hwnat_flow_lock.taken_plain + hwnat_drop_lock.taken_plain);
+
+	bind(v4("239.1.1.1"), 0x1);
+	local_bh_disable();
+	hwnat_flow_entry *e = jix_xpon_hwnat_find_speed_entry(7);
+	ASSERT_NE(nullptr, e);
+	std::thread([] { jix_xpon_hwnat_clear_flows(); }).join();
+	EXPECT_EQ(7, e->index);
+	EXPECT_EQ(0, memcmp(e->grp_addr, addr("239.1.1.1").data(), 4));
+	local_bh_enable();
+}
