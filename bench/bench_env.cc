@@ -8,6 +8,7 @@ namespace bench {
 
 const char *const kGroupA = "239.1.1.1";
 const char *const kGroupB = "239.1.1.2";
+const char *const kGroupC = "239.1.1.3";
 
 namespace {
 
@@ -180,7 +181,9 @@ int packet_hook(sk_buff *skb)
 	mc.in_function_id = 0;
 	mc.param.ptr = skb;
 	mc.skb = skb;
+	local_bh_disable();
 	__QUOR_HOOK(QUOR_HOOK_TYPE_MULTICAST, QUOR_MC_SUBTYPE_INTERVAL, &mc);
+	local_bh_enable();
 	return mc.result;
 }
 

@@ -249,18 +249,18 @@ static u64 jix_fwd_flood_mask(void)
 u64 jix_fwd_ports_and_actions(struct sk_buff *skb, const struct jix_pkt *pk,
 			      struct jix_port_actions *pa)
 {
-	struct igmp_fdb_entry *found[32];
+	struct igmp_fdb_entry *e, *found[32] = { NULL };
 	struct igmp_entry_info key;
 	struct hlist_head *head;
 	struct jix_fwd_key k;
 	u64 mask = 0;
 	u32 mode, h;
-	u32 ports;
 	int p;
 
 	jix_fwd_key_of_pkt(pk, &k);
 	if (READ_ONCE(quor_mc_debug_level) >= JIX_DBG_TRACE)
 		jix_fwd_print_key("igmp_get_fwd_portmask", &k, false);
+	jix_xpon_port_key_of_pkt(pk, &key);
 	pa->found = 0;
 
 	rcu_read_lock();
@@ -268,20 +268,35 @@ u64 jix_fwd_ports_and_actions(struct sk_buff *skb, const struct jix_pkt *pk,
 	h = igmp_fdb_hash(mode, k.grp_mac, k.grp_ip.addr, k.src_ip.addr,
 			  (s16)k.vid);
 	head = igmp_fdb_bucket_rcu(mode, h);
-	if (head)
-		jix_fwd_walk_bucket(&k, mode, head, h, &mask);
+	/*
+	 * One walk of the bucket: the entries the frame belongs to (member
+	 * ports, flow index) and, per port, the oldest entry of the frame's
+	 * key (its VLAN action), which lies in the same bucket.
+	 */
+	if (head) {
+		hlist_for_each_entry_rcu(e, head, hnode) {
+			if (READ_ONCE(e->hkey) != h)
+				continue;
+			if (jix_fwd_match(e, &k, mode)) {
+				mask |= jix_port_bit(e->port);
+				if (READ_ONCE(e->flow_idx) != k.flow_idx)
+					WRITE_ONCE(e->flow_idx, k.flow_idx);
+			}
+			if (e->port >= 32 || (found[e->port] &&
+					      found[e->port]->seq < e->seq))
+				continue;
+			key.port = e->port;
+			if (igmp_entry_matches(e, &key, mode))
+				found[e->port] = e;
+		}
+	}
 	if (!READ_ONCE(igmp_snooping_enable))
 		mask |= jix_fwd_flood_mask();
-	ports = (u32)mask;
-	if (ports && head) {
-		jix_xpon_port_key_of_pkt(pk, &key);
-		igmp_find_port_entries_rcu(&key, mode, ports, found);
-		for (p = 0; p < 32; p++) {
-			if (!found[p])
-				continue;
-			jix_vlan_action_of(found[p], &pa->act[p]);
-			pa->found |= 1U << p;
-		}
+	for (p = 0; p < 32; p++) {
+		if (!found[p] || !((mask >> p) & 1))
+			continue;
+		jix_vlan_action_of(found[p], &pa->act[p]);
+		pa->found |= 1U << p;
 	}
 	rcu_read_unlock();
 	return mask;

@@ -109,13 +109,14 @@ void igmp_fdb_unlink_all(struct list_head *to);
 void igmp_find_port_entries(const struct igmp_entry_info *key, u32 ports,
 			    struct igmp_fdb_entry **found);
 /*
- * The packet path's lookups, under rcu_read_lock: the bucket of @hash
- * when the index is kept for @mode (NULL otherwise: the database was
- * emptied by the change of mode), and igmp_find_port_entries().
+ * The packet path's lookup, under rcu_read_lock: the bucket of @hash when
+ * the index is kept for @mode (NULL otherwise: the database was emptied by
+ * the change of mode).
  */
 struct hlist_head *igmp_fdb_bucket_rcu(u32 mode, u32 hash);
-void igmp_find_port_entries_rcu(const struct igmp_entry_info *key, u32 mode,
-				u32 ports, struct igmp_fdb_entry **found);
+/* Whether @e is an entry of @key (its port included) under @mode. */
+bool igmp_entry_matches(const struct igmp_fdb_entry *e,
+			const struct igmp_entry_info *key, u32 mode);
 
 #define IGMP_PROG_OP_ADD	1	/* the key's port is about to join */
 #define IGMP_PROG_OP_DEL	2	/* the key's port is about to leave */

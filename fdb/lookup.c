@@ -98,16 +98,44 @@ static void igmp_fdb_hash_clear(void)
 		INIT_HLIST_HEAD(&igmp_fdb_buckets[i]);
 }
 
-/* File every entry again under @mode, in list order (newest ends first). */
+/* @src whole into @dst; @src's flow index may be stored meanwhile. */
+static void igmp_entry_copy(struct igmp_fdb_entry *dst,
+			    const struct igmp_fdb_entry *src)
+{
+	const size_t off = offsetof(struct igmp_fdb_entry, flow_idx);
+	const size_t rest = off + sizeof(src->flow_idx);
+
+	memcpy(dst, src, off);
+	dst->flow_idx = READ_ONCE(src->flow_idx);
+	memcpy((char *)dst + rest, (const char *)src + rest, sizeof(*dst) - rest);
+}
+
+/*
+ * File every entry again under @mode, in list order (newest ends first).
+ * The packet path may be walking an entry's old bucket, so each entry is
+ * refiled as a fresh copy and the old one freed after a grace period;
+ * only when no copy can be made is the entry itself moved (a reader on it
+ * may then miss the rest of its bucket, never touch freed memory).
+ */
 static void igmp_fdb_reindex(u32 mode)
 {
-	struct igmp_fdb_entry *e;
+	struct igmp_fdb_entry *e, *n, *c;
 
 	igmp_fdb_hash_clear();
 	WRITE_ONCE(igmp_fdb_hash_mode, mode);
-	list_for_each_entry(e, &igmp_fdb_list, list) {
-		WRITE_ONCE(e->hkey, igmp_entry_hash(e, mode));
-		hlist_add_head_rcu(&e->hnode, igmp_head(e->hkey));
+	list_for_each_entry_safe(e, n, &igmp_fdb_list, list) {
+		c = kmalloc(sizeof(*c), GFP_ATOMIC);
+		if (!c) {
+			WRITE_ONCE(e->hkey, igmp_entry_hash(e, mode));
+			hlist_add_head_rcu(&e->hnode, igmp_head(e->hkey));
+			continue;
+		}
+		igmp_entry_copy(c, e);
+		c->hkey = igmp_entry_hash(c, mode);
+		list_add(&c->list, &e->list);
+		list_del(&e->list);
+		hlist_add_head_rcu(&c->hnode, igmp_head(c->hkey));
+		kfree_rcu(e, rcu);
 	}
 }
 
@@ -258,25 +286,10 @@ struct hlist_head *igmp_fdb_bucket_rcu(u32 mode, u32 hash)
 	return igmp_head(hash);
 }
 
-void igmp_find_port_entries_rcu(const struct igmp_entry_info *key, u32 mode,
-				u32 ports, struct igmp_fdb_entry **found)
+bool igmp_entry_matches(const struct igmp_fdb_entry *e,
+			const struct igmp_entry_info *key, u32 mode)
 {
-	struct igmp_fdb_entry *e;
-	struct hlist_head *head;
-	u32 h;
-
-	memset(found, 0, 32 * sizeof(*found));
-	h = igmp_key_hash(key, mode);
-	head = igmp_fdb_bucket_rcu(mode, h);
-	if (!head)
-		return;
-	hlist_for_each_entry_rcu(e, head, hnode) {
-		if (READ_ONCE(e->hkey) != h || e->port >= 32 ||
-		    !((ports >> e->port) & 1) || !igmp_prog_match(e, key, mode))
-			continue;
-		if (!found[e->port] || e->seq < found[e->port]->seq)
-			found[e->port] = e;
-	}
+	return e->port == key->port && igmp_prog_match(e, key, mode);
 }
 
 /*

@@ -5,7 +5,11 @@
  * Readers: each thread has a record with its nesting depth (rcu_read_lock
  * and bottom halves alike) and, while inside, the grace-period number it
  * entered under.  synchronize_rcu() starts a new grace period and waits
- * until no thread is still inside a section that began before it.
+ * until no thread is still inside a section that began before it.  As in
+ * liburcu, the reader's announcement needs no fence of its own:
+ * synchronize_rcu() makes every running thread pass a full barrier
+ * (membarrier) before it looks at the announcements; without membarrier
+ * the readers fence.
  * call_rcu() callbacks are run by a reclaim thread after such a wait, in
  * softirq context, so frees really happen later and elsewhere.
  *
@@ -14,7 +18,10 @@
  */
 #include "host_emul.h"
 
+#include <linux/membarrier.h>
 #include <sched.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <condition_variable>
@@ -46,12 +53,27 @@ rcu_state &st()
 	return *s;
 }
 
+/* 1: membarrier serves the writers; 0: readers fence; -1: not asked yet. */
+std::atomic<int> use_membarrier{-1};
+
+bool membarrier_ready()
+{
+	int m = use_membarrier.load(std::memory_order_relaxed);
+
+	if (m >= 0)
+		return m;
+	m = syscall(__NR_membarrier, MEMBARRIER_CMD_REGISTER_PRIVATE_EXPEDITED, 0, 0) == 0;
+	use_membarrier.store(m);
+	return m;
+}
+
 reader &me()
 {
 	thread_local reader *r;
 
 	if (!r) {
 		r = new reader;
+		membarrier_ready();
 		std::lock_guard<std::mutex> g(st().mtx);
 		st().readers.push_back(r);
 	}
@@ -59,6 +81,7 @@ reader &me()
 }
 
 void reclaim_loop();
+
 
 void start_reclaim_locked()
 {
@@ -136,7 +159,10 @@ void rcu_enter()
 	r.since.store(st().gp.load(std::memory_order_acquire),
 		      std::memory_order_relaxed);
 	/* The store is seen before anything this section reads. */
-	std::atomic_thread_fence(std::memory_order_seq_cst);
+	if (use_membarrier.load(std::memory_order_relaxed) > 0)
+		std::atomic_signal_fence(std::memory_order_seq_cst);
+	else
+		std::atomic_thread_fence(std::memory_order_seq_cst);
 }
 
 void rcu_exit()
@@ -177,6 +203,9 @@ void synchronize_rcu(void)
 	BUG_ON(host::rcu_reading());
 	std::atomic_thread_fence(std::memory_order_seq_cst);
 	unsigned long gp = s.gp.fetch_add(1, std::memory_order_acq_rel) + 1;
+	/* Every reader's announcement is visible from here on. */
+	if (membarrier_ready())
+		syscall(__NR_membarrier, MEMBARRIER_CMD_PRIVATE_EXPEDITED, 0, 0);
 	std::vector<reader *> rs;
 	{
 		std::lock_guard<std::mutex> g(s.mtx);
