@@ -42,15 +42,21 @@ std::vector<alloc_counts *> &all_counts()
 	return *v;
 }
 
-alloc_counts &my_counts()
+__attribute__((__noinline__)) alloc_counts *new_counts()
 {
-	thread_local alloc_counts *mine;
+	alloc_counts *mine = new alloc_counts;
+	std::lock_guard<std::mutex> g(counts_mtx);
 
-	if (!mine) {
-		mine = new alloc_counts;
-		std::lock_guard<std::mutex> g(counts_mtx);
-		all_counts().push_back(mine);
-	}
+	all_counts().push_back(mine);
+	return mine;
+}
+
+inline alloc_counts &my_counts()
+{
+	static thread_local alloc_counts *mine;
+
+	if (__builtin_expect(!mine, 0))
+		mine = new_counts();
 	return *mine;
 }
 

@@ -67,16 +67,23 @@ bool membarrier_ready()
 	return m;
 }
 
-reader &me()
+__attribute__((__noinline__)) reader *new_reader()
 {
-	thread_local reader *r;
+	reader *r = new reader;
 
-	if (!r) {
-		r = new reader;
-		membarrier_ready();
-		std::lock_guard<std::mutex> g(st().mtx);
-		st().readers.push_back(r);
-	}
+	membarrier_ready();
+	std::lock_guard<std::mutex> g(st().mtx);
+	st().readers.push_back(r);
+	return r;
+}
+
+/* Called at every section boundary: the first call per thread registers. */
+inline reader &me()
+{
+	static thread_local reader *r;
+
+	if (__builtin_expect(!r, 0))
+		r = new_reader();
 	return *r;
 }
 
