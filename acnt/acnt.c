@@ -42,6 +42,15 @@ struct mcst_acnt_slot mcst_acnt[MCST_ACNT_NUM];
 static DEFINE_SPINLOCK(mcst_acnt_lock);
 static const u8 zero_addr[16];
 
+/*
+ * Software counters: per-CPU sums since start; a read hands out what was
+ * counted since the last read or clean (the base), in 32 wrapping bits.
+ */
+static struct jix_pcpu_stats *jix_sw_stats;
+static u64 jix_sw_base_pkts[JIX_PORT_NUM], jix_sw_base_bytes[JIX_PORT_NUM];
+static DEFINE_SPINLOCK(jix_sw_base_lock);	/* the bases; a leaf */
+
+
 static void quor_mcst_layout_check(void)
 {
 	BUILD_BUG_ON(sizeof(struct quor_cnt_pool_req) != 64);
@@ -66,10 +75,24 @@ static u32 quor_mcst_pool_req(u32 cmd, u32 id)
 	req.name_ptr = req.name;
 	req.cnt_id = id;
 	req.kind = 2;
-	if (cmd == CNT_POOL_TAKE)
-		memcpy(req.name, MCST_ACNT_NAME, sizeof(MCST_ACNT_NAME));
 	__QUOR_HOOK(QUOR_HOOK_TYPE_CNT_POOL, 0, &req);
 	return req.cnt_id;
+}
+
+/* Take a counter into *@id; false when the pool answered no counter. */
+static bool quor_mcst_pool_take(u8 *id)
+{
+	struct quor_cnt_pool_req req;
+
+	memset(&req, 0, sizeof(req));
+	req.cmd = CNT_POOL_TAKE;
+	req.name_ptr = req.name;
+	req.kind = 2;
+	memcpy(req.name, MCST_ACNT_NAME, sizeof(MCST_ACNT_NAME));
+	if (__QUOR_HOOK(QUOR_HOOK_TYPE_CNT_POOL, 0, &req) != 0)
+		return false;
+	*id = (u8)req.cnt_id;
+	return true;
 }
 
 static void quor_mcst_cnt_req(u32 cmd, u8 id, struct quor_cnt_req *req)
@@ -81,17 +104,31 @@ static void quor_mcst_cnt_req(u32 cmd, u8 id, struct quor_cnt_req *req)
 	__QUOR_HOOK(QUOR_HOOK_TYPE_CNT_REQ, 0, req);
 }
 
-/* Start: every slot free, each with a counter of its own. */
-void quor_mcst_acnt_init(void)
+/*
+ * Start: every slot free, each with a counter of its own.  A slot whose
+ * take fails owns no counter and is never bound or given back.
+ */
+int quor_mcst_acnt_init(void)
 {
+	struct mcst_acnt_slot *s;
 	int i;
 
 	quor_mcst_layout_check();
+	jix_sw_stats = jix_pcpu_stats_alloc(JIX_PORT_NUM);
+	if (!jix_sw_stats)
+		return -ENOMEM;
+	memset(jix_sw_base_pkts, 0, sizeof(jix_sw_base_pkts));
+	memset(jix_sw_base_bytes, 0, sizeof(jix_sw_base_bytes));
 	for (i = 0; i < MCST_ACNT_NUM; i++) {
-		mcst_acnt[i].valid = 1;
-		memset(mcst_acnt[i].grp_addr, 0, 16);
-		mcst_acnt[i].acnt_id = (u8)quor_mcst_pool_req(CNT_POOL_TAKE, 0);
+		s = &mcst_acnt[i];
+		memset(s->grp_addr, 0, 16);
+		s->users = 0;
+		s->usable = quor_mcst_pool_take(&s->acnt_id);
+		s->valid = s->usable;
+		if (!s->usable)
+			s->acnt_id = 0;
 	}
+	return 0;
 }
 
 /* Stop: give every counter back. */
@@ -101,62 +138,92 @@ void quor_mcst_acnt_deinit(void)
 
 	for (i = 0; i < MCST_ACNT_NUM; i++) {
 		mcst_acnt[i].valid = 0;
-		quor_mcst_pool_req(CNT_POOL_GIVE, mcst_acnt[i].acnt_id);
+		if (mcst_acnt[i].usable)
+			quor_mcst_pool_req(CNT_POOL_GIVE, mcst_acnt[i].acnt_id);
+		mcst_acnt[i].usable = 0;
 	}
+	jix_pcpu_stats_free(jix_sw_stats);
+	jix_sw_stats = NULL;
 }
 
-/*
- * The counter id bound to @grp, binding the lowest free slot when the
- * group has none.  Returns -1 when every slot is bound to another group.
- */
-s32 quor_mcst_match_group(const u8 *grp)
+/* Caller holds mcst_acnt_lock. */
+static void quor_mcst_full(void)
+{
+	static unsigned long next;
+	static bool said;
+
+	/* Once a second at most: it can come with every frame. */
+	if (said && time_before(READ_ONCE(jiffies), next))
+		return;
+	said = true;
+	next = READ_ONCE(jiffies) + HZ;
+	printk("mcst acnt table is full\n");
+}
+
+/* The slot of @grp, binding the lowest free one; caller holds the lock. */
+static int quor_mcst_match_slot(const u8 *grp, bool *bound)
 {
 	int i, free_slot = -1;
-	bool bound = false;
-	s32 id = -1;
 
-	spin_lock_bh(&mcst_acnt_lock);
+	*bound = false;
 	for (i = 0; i < MCST_ACNT_NUM; i++) {
+		if (!mcst_acnt[i].usable)
+			continue;
 		if (mcst_acnt[i].valid) {
 			if (free_slot < 0)
 				free_slot = i;
 		} else if (!memcmp(mcst_acnt[i].grp_addr, grp, 16)) {
-			id = mcst_acnt[i].acnt_id;
-			goto out;
+			return i;
 		}
 	}
 	if (free_slot < 0)
-		goto out;
+		return -1;
 	mcst_acnt[free_slot].valid = 0;
 	memcpy(mcst_acnt[free_slot].grp_addr, grp, 16);
-	id = mcst_acnt[free_slot].acnt_id;
-	bound = true;
-out:
-	spin_unlock_bh(&mcst_acnt_lock);
-	trace_jix_mc_table_full(grp, id);
-	if (id < 0)
-		printk("mcst acnt table is full\n");
-	else if (bound)
-		jix_dbg(JIX_DBG_ACNT, "[%s]set the group ip to acnt table\n",
-			"quor_mcst_match_group");
-	return id;
+	*bound = true;
+	return free_slot;
 }
 
-/* Free every slot bound to @grp and clear its counter. */
-void quor_mcst_clean_group(const u8 *grp)
+int quor_mcst_slot_hold(const u8 *grp)
 {
-	int i;
+	bool bound;
+	int slot;
 
 	spin_lock_bh(&mcst_acnt_lock);
-	for (i = 0; i < MCST_ACNT_NUM; i++) {
-		if (memcmp(mcst_acnt[i].grp_addr, grp, 16))
-			continue;
-		jix_dbg(JIX_DBG_ACNT, "[%s]del the group mapping to acnt_id=%d\n",
-			"quor_mcst_clean_group", mcst_acnt[i].acnt_id);
-		mcst_acnt[i].valid = 1;
-		memcpy(mcst_acnt[i].grp_addr, zero_addr, 16);
-		quor_mcst_clear_cnt(mcst_acnt[i].acnt_id);
-	}
+	slot = quor_mcst_match_slot(grp, &bound);
+	if (slot >= 0)
+		mcst_acnt[slot].users++;
+	else
+		quor_mcst_full();
+	spin_unlock_bh(&mcst_acnt_lock);
+	trace_jix_mc_table_full(grp, slot);
+	if (bound)
+		jix_dbg(JIX_DBG_ACNT, "[%s]set the group ip to acnt table\n",
+			"quor_mcst_match_group");
+	return slot;
+}
+
+/* Caller holds mcst_acnt_lock. */
+static void quor_mcst_free_slot(struct mcst_acnt_slot *s)
+{
+	jix_dbg(JIX_DBG_ACNT, "[%s]del the group mapping to acnt_id=%d\n",
+		"quor_mcst_clean_group", s->acnt_id);
+	s->valid = 1;
+	s->users = 0;
+	memcpy(s->grp_addr, zero_addr, 16);
+	quor_mcst_clear_cnt(s->acnt_id);
+}
+
+void quor_mcst_slot_put(int slot)
+{
+	struct mcst_acnt_slot *s;
+
+	if (slot < 0 || slot >= MCST_ACNT_NUM)
+		return;
+	s = &mcst_acnt[slot];
+	spin_lock_bh(&mcst_acnt_lock);
+	if (!WARN_ON(s->valid || !s->users) && !--s->users)
+		quor_mcst_free_slot(s);
 	spin_unlock_bh(&mcst_acnt_lock);
 }
 
@@ -225,28 +292,41 @@ void igmp_set_entry_real_acnt(struct igmp_acnt *acnt)
 		"igmp_set_entry_real_acnt", acnt->pkt_acnt);
 }
 
+/* Only for a copy its device took; any context. */
 void set_sw_cnt_by_port(u8 port, u32 bytes)
 {
 	if (port > JIX_PORT_MAX_ID)
 		return;
-	atomic_inc(&lan_map_data[port].sw_pktcnt);
-	atomic_add((int)bytes, &lan_map_data[port].sw_bytecount);
+	jix_pcpu_stats_add(jix_sw_stats, port, bytes);
+}
+
+static void jix_sw_take(u8 port, u32 *bytes, u32 *pkts)
+{
+	u64 p, b;
+
+	jix_pcpu_stats_sum(jix_sw_stats, port, &p, &b);
+	spin_lock_bh(&jix_sw_base_lock);
+	if (pkts)
+		*pkts = (u32)(p - jix_sw_base_pkts[port]);
+	if (bytes)
+		*bytes = (u32)(b - jix_sw_base_bytes[port]);
+	jix_sw_base_pkts[port] = p;
+	jix_sw_base_bytes[port] = b;
+	spin_unlock_bh(&jix_sw_base_lock);
 }
 
 void get_sw_cnt_by_port(u8 port, u32 *bytes, u32 *pkts)
 {
 	if (port > JIX_PORT_MAX_ID)
 		return;
-	*bytes = (u32)atomic_xchg(&lan_map_data[port].sw_bytecount, 0);
-	*pkts = (u32)atomic_xchg(&lan_map_data[port].sw_pktcnt, 0);
+	jix_sw_take(port, bytes, pkts);
 }
 
 void clean_sw_cnt_by_port(u8 port)
 {
 	if (port > JIX_PORT_MAX_ID)
 		return;
-	atomic_set(&lan_map_data[port].sw_pktcnt, 0);
-	atomic_set(&lan_map_data[port].sw_bytecount, 0);
+	jix_sw_take(port, NULL, NULL);
 }
 
 int jix_mc_acnt_mapping_read_proc(char *page, char **start, off_t off,

@@ -13,41 +13,72 @@ namespace {
 
 const std::vector<long> kSizes = { 16, 1000, 10000, 100000 };
 
-// What the handler must do at least: one copy per member port, handed to
-// the port's device.
-void copy_and_send(sk_buff *skb, u64 mask)
+// What the handler sends, at the least: for each member port of @mask a
+// clone when the port leaves the bytes as they are, a copy when it changes
+// them (@changed), handed to the port's device.  The copy baseline copies
+// for every port.
+void send_min(sk_buff *skb, u64 mask, u64 changed)
 {
 	for (unsigned p = 0; p < 8; p++) {
 		if (!((mask >> p) & 1))
 			continue;
-		sk_buff *copy = skb_copy(skb, GFP_ATOMIC);
+		sk_buff *copy = (changed >> p) & 1 ? skb_copy(skb, GFP_ATOMIC) :
+						     skb_clone(skb, GFP_ATOMIC);
 		copy->dev = lan_devs()[p];
 		jix_dev_xmit(copy);
 	}
 }
 
-void BM_Handler(benchmark::State &state, long mode, long n)
+void copy_and_send(sk_buff *skb, u64 mask)
+{
+	send_min(skb, mask, mask);
+}
+
+// Programme C: ports 0 and 2 transparent, 4 and 6 add a VLAN tag.
+constexpr u64 kMixedChanged = 0x50;
+
+void mixed_entries(u32 op)
+{
+	for (u8 p : { 0, 2, 4, 6 }) {
+		igmp_entry_info e = group_req(kGroupC, p);
+		if ((kMixedChanged >> p) & 1) {
+			e.vlan_mode = JIX_VLAN_ADD;
+			e.outer_tci = 100;
+			e.inner_tci = 0xFFF;
+		}
+		api_ptr(op, &e);
+	}
+}
+
+void BM_Handler(benchmark::State &state, long mode, long n, const char *grp)
 {
 	table_set((u32)mode, (unsigned)n);
 	foe_fixed(1);
-	frames::Skb skb = iptv_skb(kGroupA);
+	if (grp == kGroupC)
+		mixed_entries(QUOR_MC_API_ENTRY_ADD);
+	frames::Skb skb = iptv_skb(grp);
 	unsigned before = host_netdev_tx_count(lan_devs()[0]);
 
 	for (auto _ : state)
 		benchmark::DoNotOptimize(packet_hook(skb.get()));
 	if (host_netdev_tx_count(lan_devs()[0]) - before != state.iterations())
 		state.SkipWithError("the handler did not send to port 0");
+	if (grp == kGroupC)
+		mixed_entries(QUOR_MC_API_ENTRY_DEL);
 }
 
-// The same copies, made from the frame as the handler sees it (Ethernet
-// header at the data pointer).
-void BM_HandlerBaseline(benchmark::State &state)
+// The baselines, made from the frame as the handler sees it (Ethernet
+// header at the data pointer), in the driver's context (softirq).
+void BM_HandlerBaseline(benchmark::State &state, u64 changed)
 {
 	frames::Skb skb = iptv_skb(kGroupA);
 
 	skb_push(skb.get(), ETH_HLEN);
-	for (auto _ : state)
-		copy_and_send(skb.get(), kMaskA);
+	for (auto _ : state) {
+		local_bh_disable();
+		send_min(skb.get(), kMaskA, changed);
+		local_bh_enable();
+	}
 }
 
 // Operation 3 is handed a frame (data at its Ethernet header) that it
@@ -83,7 +114,7 @@ void BM_VlanHandleBaseline(benchmark::State &state)
 	}
 }
 
-// Handler and baseline alternate row by row, so that both see the same
+// Handler and baselines alternate row by row, so that they see the same
 // machine load.
 void register_rows()
 {
@@ -92,11 +123,24 @@ void register_rows()
 			std::string row = "/mode:" + std::to_string(mode) +
 					  "/entries:" + std::to_string(n);
 			benchmark::RegisterBenchmark(("handler" + row).c_str(),
-				[mode, n](benchmark::State &s) { BM_Handler(s, mode, n); })
+				[mode, n](benchmark::State &s) { BM_Handler(s, mode, n, kGroupA); })
 				->MinTime(0.2);
 			benchmark::RegisterBenchmark(("handler_baseline" + row).c_str(),
-						     BM_HandlerBaseline)->MinTime(0.2);
+				[](benchmark::State &s) { BM_HandlerBaseline(s, kMaskA); })
+				->MinTime(0.2);
+			benchmark::RegisterBenchmark(("handler_bare" + row).c_str(),
+				[](benchmark::State &s) { BM_HandlerBaseline(s, 0); })
+				->MinTime(0.2);
 		}
+	}
+	for (long n : { 10000L, 100000L }) {
+		std::string row = "/mode:4/entries:" + std::to_string(n);
+		benchmark::RegisterBenchmark(("handler_mixed" + row).c_str(),
+			[n](benchmark::State &s) { BM_Handler(s, 4, n, kGroupC); })
+			->MinTime(0.2);
+		benchmark::RegisterBenchmark(("handler_mixed_bare" + row).c_str(),
+			[](benchmark::State &s) { BM_HandlerBaseline(s, kMixedChanged); })
+			->MinTime(0.2);
 	}
 	for (long mode : { 4, 0 }) {
 		for (long n : kSizes) {
@@ -164,15 +208,19 @@ void BM_Threads(benchmark::State &state)
 }
 
 // The ceiling of the row above on this machine: each thread only makes
-// its programme's copies and hands them to its ports' devices.
+// its programme's clones (what the handler sends for transparent ports)
+// and hands them to its ports' devices.
 void BM_ThreadsBaseline(benchmark::State &state)
 {
 	bool b = state.thread_index() % 2;
 	frames::Skb skb = iptv_skb(b ? kGroupB : kGroupA);
 
 	skb_push(skb.get(), ETH_HLEN);
-	for (auto _ : state)
-		copy_and_send(skb.get(), b ? kMaskB : kMaskA);
+	for (auto _ : state) {
+		local_bh_disable();
+		send_min(skb.get(), b ? kMaskB : kMaskA, 0);
+		local_bh_enable();
+	}
 	state.SetItemsProcessed(state.iterations());
 }
 

@@ -8,6 +8,7 @@ namespace bench {
 
 const char *const kGroupA = "239.1.1.1";
 const char *const kGroupB = "239.1.1.2";
+const char *const kGroupC = "239.1.1.3";
 
 namespace {
 
@@ -131,18 +132,7 @@ void table_clear()
 	mc.api_function_id = QUOR_MC_API_CLEAR_ALL;
 	__QUOR_HOOK(QUOR_HOOK_TYPE_MULTICAST, QUOR_MC_SUBTYPE_API, &mc);
 	cur_n = 0;
-	/*
-	 * Entries bind accounting slots that only flow removal frees; left
-	 * bound, a full table would make every later frame log "mcst acnt
-	 * table is full".  Each benchmark starts with all 32 free.
-	 */
-	for (const mcst_acnt_slot &slot : mcst_acnt) {
-		if (slot.valid)
-			continue;
-		u8 grp[16];
-		memcpy(grp, slot.grp_addr, sizeof(grp));
-		quor_mcst_clean_group(grp);
-	}
+	/* Clearing every entry and flow gave every accounting slot back. */
 }
 
 void table_set(u32 mode, unsigned n)
@@ -189,7 +179,9 @@ int packet_hook(sk_buff *skb)
 
 	mc.in_function_id = 0;
 	mc.skb = skb;
+	local_bh_disable();
 	__QUOR_HOOK(QUOR_HOOK_TYPE_MULTICAST, QUOR_MC_SUBTYPE_INTERVAL, &mc);
+	local_bh_enable();
 	return mc.result;
 }
 

@@ -26,6 +26,7 @@ constexpr u64 kMaskA = 0x55;			// ports 0, 2, 4, 6
 constexpr u64 kMaskB = 0xAA;			// ports 1, 3, 5, 7
 extern const char *const kGroupA;		// the benchmarked programme
 extern const char *const kGroupB;		// the second thread's programme
+extern const char *const kGroupC;		// mixed: 2 ports change tags
 constexpr unsigned kTargetEntries = 8;		// both programmes, 4 ports each
 
 void env_start();
@@ -46,7 +47,7 @@ igmp_entry_info group_req(const char *grp, u8 port);
 // the dispatcher's -1 when no operation ran.
 int api_ptr(u32 op, void *arg);
 int api_frame(u32 op, sk_buff *skb);
-// The per-packet hook as the driver calls it.
+// The per-packet hook as the driver calls it (softirq: bottom halves off).
 int packet_hook(sk_buff *skb);
 
 // An untagged IPv4 UDP frame to @grp, as the driver offers it (data

@@ -317,8 +317,11 @@ void jix_xpon_parse(struct sk_buff *skb, struct jix_pkt *pk)
 	struct jix_l3 l3;
 	u16 tpid;
 
+	unsigned int off;
+
 	memset(pk, 0, sizeof(*pk));
 	pk->outer_vid = -1;
+	pk->flow_idx = -1;
 	jix_frame_of(skb, &f);
 	pk->mac = f.mac;
 	pk->len = f.len;
@@ -328,6 +331,13 @@ void jix_xpon_parse(struct sk_buff *skb, struct jix_pkt *pk)
 		tpid = jix_be16(&f, JIX_ETH_TYPE_OFF);
 		if (tpid == ETH_P_8021Q || tpid == ETH_P_8021AD)
 			pk->outer_vid = jix_be16(&f, JIX_ETH_TYPE_OFF + 2) & 0xFFF;
+	}
+	for (off = JIX_ETH_TYPE_OFF; jix_has(&f, off, JIX_TAG_LEN) &&
+	     jix_is_tpid(jix_be16(&f, off)); off += JIX_TAG_LEN) {
+		if (pk->tag_num < ARRAY_SIZE(pk->tag))
+			pk->tag[pk->tag_num] = (u32)jix_be16(&f, off) << 16 |
+					       jix_be16(&f, off + 2);
+		pk->tag_num++;
 	}
 	if (!jix_l3_of(&f, &l3))
 		return;

@@ -91,23 +91,25 @@ static int jix_dh_query(struct sk_buff *skb, u8 kind)
  * member ports and their VLAN actions come from one visit to the
  * database.
  */
-static int jix_dh_data(struct sk_buff *skb, const struct jix_pkt *pk)
+static int jix_dh_data(struct sk_buff *skb, struct jix_pkt *pk)
 {
+	int (*to_foe)(struct sk_buff *skb) = READ_ONCE(hwnat_skb_to_foe_hook);
 	struct jix_port_actions pa;
 	u64 mask;
 	int ret;
 
 	skb_push(skb, ETH_HLEN);
 	jix_skb_dump(skb);
+	pk->flow_idx = to_foe ? to_foe(skb) : -1;
 	mask = jix_fwd_ports_and_actions(skb, pk, &pa);
 	jix_dbg(JIX_DBG_TRACE, "[%s]fwd_port_mask = 0x%lx\n", jix_dh_name,
 		(unsigned long)mask);
-	jix_xpon_hwnat_add_flow(skb, mask);
+	jix_xpon_hwnat_add_flow(skb, pk, mask);
 	trace_jix_mc_forward(skb, &pk->grp, mask);
 	if (mask)
 		ret = jix_xpon_fwd_data_with_actions(skb, mask, &pa);
 	else
-		ret = jix_xpon_hwnat_drop_multicast(skb, mask);
+		ret = jix_xpon_hwnat_drop_pkt(skb, pk);
 	skb_pull(skb, ETH_HLEN);
 	return ret;
 }

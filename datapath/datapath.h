@@ -77,8 +77,14 @@ struct jix_pkt {
 	int data_port;		/* jix_xpon_is_data_udp_port() */
 	struct mc_ip_addr src;	/* jix_xpon_get_src_and_dst_addr() into */
 	struct mc_ip_addr grp;	/* cleared records */
+	/* The 0x8100/0x9100/0x88A8 tags whose 4 bytes lie in the frame: */
+	u32 tag[2];		/* the first two, TPID << 16 | TCI */
+	unsigned int tag_num;	/* all of them */
+	/* Not from the bytes: the driver's answer for the frame. */
+	int flow_idx;		/* hwnat_skb_to_foe_hook(), -1: none */
 };
 
+/* Parse @skb into @pk; flow_idx is left -1 (the data handler asks). */
 void jix_xpon_parse(struct sk_buff *skb, struct jix_pkt *pk);
 
 /* ---- member ports (portmask.c) ---- */
@@ -101,7 +107,7 @@ void jix_query_fwd_portmask(struct sk_buff *skb, u64 *mask);
 
 struct jix_port_actions;
 /* The data handler's member ports (flooded with snooping off) and their
- * VLAN actions, under one hold of igmp_fdb_lock (bottom halves disabled). */
+ * VLAN actions, from one visit to the database under RCU. */
 u64 jix_fwd_ports_and_actions(struct sk_buff *skb, const struct jix_pkt *pk,
 			      struct jix_port_actions *pa);
 

@@ -34,14 +34,11 @@ static void jix_fwd_key_of(struct sk_buff *skb, int vid,
 	k->vid = vid;
 }
 
-/* The same key from the frame's parse. */
-static void jix_fwd_key_of_pkt(struct sk_buff *skb, const struct jix_pkt *pk,
-			       struct jix_fwd_key *k)
+/* The same key from the frame's parse (which holds its flow index). */
+static void jix_fwd_key_of_pkt(const struct jix_pkt *pk, struct jix_fwd_key *k)
 {
-	int (*to_foe)(struct sk_buff *skb) = READ_ONCE(hwnat_skb_to_foe_hook);
-
 	memset(k, 0, sizeof(*k));
-	k->flow_idx = to_foe ? to_foe(skb) : -1;
+	k->flow_idx = pk->flow_idx;
 	k->learn = true;
 	if (pk->dst)
 		memcpy(k->grp_mac, pk->dst, ETH_ALEN);
@@ -170,24 +167,36 @@ static struct hlist_head *jix_fwd_bucket(const struct jix_fwd_key *k, u32 mode,
 	return igmp_fdb_bucket(mode, *hash);
 }
 
+/*
+ * Every entry of @head that @k matches: its port joins *@mask and it
+ * learns the frame's flow index (data frames only).  Caller holds
+ * igmp_fdb_lock or, for the packet path, rcu_read_lock: entries do not
+ * change once linked, except flow_idx, a single store.
+ */
+static void jix_fwd_walk_bucket(const struct jix_fwd_key *k, u32 mode,
+				struct hlist_head *head, u32 h, u64 *mask)
+{
+	struct igmp_fdb_entry *e;
+
+	hlist_for_each_entry_rcu(e, head, hnode) {
+		if (READ_ONCE(e->hkey) != h || !jix_fwd_match(e, k, mode))
+			continue;
+		*mask |= jix_port_bit(e->port);
+		if (k->learn && READ_ONCE(e->flow_idx) != k->flow_idx)
+			WRITE_ONCE(e->flow_idx, k->flow_idx);
+	}
+}
+
 /* Caller holds igmp_fdb_lock. */
 static void jix_fwd_walk_locked(const struct jix_fwd_key *k, u32 mode,
 				u64 *mask)
 {
 	struct hlist_head *head;
-	struct igmp_fdb_entry *e;
 	u32 h;
 
 	head = jix_fwd_bucket(k, mode, &h);
-	if (!head)
-		return;
-	hlist_for_each_entry(e, head, hnode) {
-		if (e->hkey != h || !jix_fwd_match(e, k, mode))
-			continue;
-		*mask |= jix_port_bit(e->port);
-		if (k->learn)
-			e->flow_idx = k->flow_idx;
-	}
+	if (head)
+		jix_fwd_walk_bucket(k, mode, head, h, mask);
 }
 
 static void jix_fwd_walk(const struct jix_fwd_key *k, u64 *mask)
@@ -254,37 +263,55 @@ static u64 jix_fwd_flood_mask(void)
 u64 jix_fwd_ports_and_actions(struct sk_buff *skb, const struct jix_pkt *pk,
 			      struct jix_port_actions *pa)
 {
-	struct igmp_fdb_entry *found[32];
+	struct igmp_fdb_entry *e, *found[32] = { NULL };
 	struct igmp_entry_info key;
+	struct hlist_head *head;
 	struct jix_fwd_key k;
-	u32 mode, snooping;
 	u64 mask = 0;
-	u32 ports;
+	u32 mode, h;
 	int p;
 
-	jix_fwd_key_of_pkt(skb, pk, &k);
+	jix_fwd_key_of_pkt(pk, &k);
 	if (READ_ONCE(quor_mc_debug_level) >= JIX_DBG_TRACE)
 		jix_fwd_print_key("igmp_get_fwd_portmask", &k, false);
 	jix_xpon_port_key_of_pkt(pk, &key);
 	pa->found = 0;
 
-	spin_lock_bh(&igmp_fdb_lock);
+	rcu_read_lock();
 	mode = READ_ONCE(igmp_filter_mode);
-	if (mode <= IGMP_FILTER_MAX && !igmp_fdb_empty())
-		jix_fwd_walk_locked(&k, mode, &mask);
-	snooping = igmp_snooping_enable;
-	if (!snooping)
-		mask |= jix_fwd_flood_mask();
-	ports = (u32)mask;
-	if (ports && !igmp_fdb_empty()) {
-		igmp_find_port_entries(&key, ports, found);
-		for (p = 0; p < 32; p++) {
-			if (!found[p])
+	h = igmp_fdb_hash(mode, k.grp_mac, k.grp_ip.addr, k.src_ip.addr,
+			  (s16)k.vid);
+	head = igmp_fdb_bucket_rcu(mode, h);
+	/*
+	 * One walk of the bucket: the entries the frame belongs to (member
+	 * ports, flow index) and, per port, the oldest entry of the frame's
+	 * key (its VLAN action), which lies in the same bucket.
+	 */
+	if (head) {
+		hlist_for_each_entry_rcu(e, head, hnode) {
+			if (READ_ONCE(e->hkey) != h)
 				continue;
-			jix_vlan_action_of(found[p], &pa->act[p]);
-			pa->found |= 1U << p;
+			if (jix_fwd_match(e, &k, mode)) {
+				mask |= jix_port_bit(e->port);
+				if (READ_ONCE(e->flow_idx) != k.flow_idx)
+					WRITE_ONCE(e->flow_idx, k.flow_idx);
+			}
+			if (e->port >= 32 || (found[e->port] &&
+					      found[e->port]->seq < e->seq))
+				continue;
+			key.port = e->port;
+			if (igmp_entry_matches(e, &key, mode))
+				found[e->port] = e;
 		}
 	}
-	spin_unlock_bh(&igmp_fdb_lock);
+	if (!READ_ONCE(igmp_snooping_enable))
+		mask |= jix_fwd_flood_mask();
+	for (p = 0; p < 32; p++) {
+		if (!found[p] || !((mask >> p) & 1))
+			continue;
+		jix_vlan_action_of(found[p], &pa->act[p]);
+		pa->found |= 1U << p;
+	}
+	rcu_read_unlock();
 	return mask;
 }

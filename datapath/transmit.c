@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: GPL-2.0
 /*
- * Per-port replication: one private copy of a frame per member port, with
- * that port's VLAN treatment, handed to the port's device and counted.
+ * Per-port replication: one copy of a frame per member port, with that
+ * port's VLAN treatment, handed to the port's device and counted when the
+ * device takes it.  A port whose treatment leaves the frame as it is gets
+ * a clone (shared bytes); a port that changes tags gets a private copy.
  * The caller's frame is never sent, changed or freed here.
  */
 #include "datapath.h"
@@ -77,17 +79,23 @@ int jix_xpon_get_port_vlan_action(u8 port, struct sk_buff *skb,
 	return ret;
 }
 
+/* The treatment of @port: @act's mode, or strip for a hybrid HGU port
+ * while snooping is off. */
+static u32 jix_xpon_port_mode(unsigned long port, const struct vlan_action *act)
+{
+	if (port < JIX_PORT_TYPE_NUM && !quor_igmp_snooping_peek() &&
+	    READ_ONCE(PORT_TYPE[port]) == JIX_PORT_TYPE_HYBRID_HGU)
+		return JIX_VLAN_STRIP;
+	return act->vlan_mode;
+}
+
 /* Apply @act, the port's action as its lookup answered (@ret), to @skb. */
 static void jix_xpon_data_vlan_apply(struct sk_buff *skb, unsigned long port,
 				     const struct vlan_action *pact, int ret)
 {
 	struct vlan_action act = *pact;
-	u32 mode;
+	u32 mode = jix_xpon_port_mode(port, &act);
 
-	mode = act.vlan_mode;
-	if (port < JIX_PORT_TYPE_NUM && !quor_igmp_snooping_peek() &&
-	    READ_ONCE(PORT_TYPE[port]) == JIX_PORT_TYPE_HYBRID_HGU)
-		mode = JIX_VLAN_STRIP;
 	jix_dbg(JIX_DBG_TRACE, "[%s]jix_xpon_data_vlan_handle: ret:%d\n", jix_vh_name, ret);
 	jix_dbg(JIX_DBG_TRACE, "[%s]vlanMode = %d\n", jix_vh_name, mode);
 	jix_dbg(JIX_DBG_TRACE, "[%s]outerVlan = %lu\n", jix_vh_name,
@@ -113,37 +121,55 @@ int jix_xpon_data_vlan_handle(struct sk_buff *skb, unsigned long port)
 	return 0;
 }
 
-/* Send @copy on port @p when its device is present and up; consumes it. */
+/*
+ * Send @copy on port @p when its device is present and up; consumes it.
+ * The device pointer is used under RCU: the port map releases a device
+ * only after a grace period, so no reference of our own is needed.  The
+ * port counts the copy only when the device took it.
+ */
 static void jix_xpon_xmit_copy(struct sk_buff *copy, u8 p)
 {
-	struct net_device *dev = quor_port_dev_hold(p);
+	struct net_device *dev;
 	unsigned int len;
 
+	rcu_read_lock();
+	dev = get_dev_by_port(p);
 	if (!dev || !(READ_ONCE(dev->flags) & IFF_UP)) {
+		rcu_read_unlock();
 		jix_dbg(JIX_DBG_TRACE, "[%s]dev = NULL\n", "jix_xpon_fwd_data_to_port");
 		kfree_skb(copy);
-		if (dev)
-			dev_put(dev);
 		return;
 	}
 	jix_dbg(JIX_DBG_TRACE, "[%s]dev name = %s\n", "jix_xpon_fwd_data_to_port",
 		dev->name);
 	copy->dev = dev;
 	len = copy->len;
-	jix_dev_xmit(copy);
-	set_sw_cnt_by_port(p, len);
-	dev_put(dev);
+	if (jix_dev_xmit(copy) == 0)
+		set_sw_cnt_by_port(p, len);
+	rcu_read_unlock();
 }
 
 /* The action of a port without an entry. */
 static const struct vlan_action jix_no_action;
+
+/* A clone when @p's treatment keeps the bytes, else a private copy. */
+static struct sk_buff *jix_xpon_port_copy(struct sk_buff *skb, u8 p,
+					  const struct vlan_action *act)
+{
+	if (jix_vlan_keeps(skb, jix_xpon_port_mode(p, act), act->outer_tci,
+			   act->inner_tci))
+		return skb_clone(skb, GFP_ATOMIC);
+	return skb_copy(skb, GFP_ATOMIC);
+}
 
 /* One copy per port of @mask; actions from @pa, or looked up per copy. */
 static int jix_xpon_fwd(struct sk_buff *skb, u64 mask,
 			const struct jix_port_actions *pa)
 {
 	int count = jix_port_count(mask);
+	const struct vlan_action *act;
 	struct sk_buff *copy;
+	bool found;
 	u8 p;
 
 	jix_dbg(JIX_DBG_TRACE, "[%s]interfacecount=%d\n", jix_fwd_name, count);
@@ -152,21 +178,23 @@ static int jix_xpon_fwd(struct sk_buff *skb, u64 mask,
 			continue;
 		if (--count < 0)
 			break;
-		copy = skb_copy(skb, GFP_ATOMIC);
+		if (!pa) {
+			/* The query relay: its actions are looked up per copy. */
+			copy = skb_copy(skb, GFP_ATOMIC);
+			if (!copy)
+				continue;
+			jix_xpon_data_vlan_handle(copy, p);
+			jix_xpon_xmit_copy(copy, p);
+			continue;
+		}
+		found = (pa->found >> p) & 1;
+		act = found ? &pa->act[p] : &jix_no_action;
+		copy = jix_xpon_port_copy(skb, p, act);
 		if (!copy)
 			continue;
-		if (pa) {
-			bool found = (pa->found >> p) & 1;
-
-			jix_dbg(JIX_DBG_TRACE,
-				"[%s]data_vlan_handle: port id = %lu\n",
-				"jix_xpon_data_vlan_handle", (unsigned long)p);
-			jix_xpon_data_vlan_apply(copy, p,
-						 found ? &pa->act[p] : &jix_no_action,
-						 found ? 1 : -1);
-		} else {
-			jix_xpon_data_vlan_handle(copy, p);
-		}
+		jix_dbg(JIX_DBG_TRACE, "[%s]data_vlan_handle: port id = %lu\n",
+			"jix_xpon_data_vlan_handle", (unsigned long)p);
+		jix_xpon_data_vlan_apply(copy, p, act, found ? 1 : -1);
 		jix_xpon_xmit_copy(copy, p);
 	}
 	return 0;

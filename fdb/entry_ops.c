@@ -65,30 +65,36 @@ static void igmp_entry_to_req(const struct igmp_fdb_entry *e,
 }
 
 /*
- * Bind the entry of @req to counter @id, unless it is bound to it already
- * (a refresh of the same group keeps counting from its old bases).  The
- * entry is looked up again under the lock: it may have been deleted since
- * it was added.
+ * Bind the entry of @req to accounting slot @slot (a reference the caller
+ * holds), unless it is bound to it already (a refresh of the same group
+ * keeps counting from its old bases).  The entry is looked up again under
+ * the lock: it may have been deleted or replaced since it was added.  The
+ * reference not kept is put after the lock is released.
  */
 static void igmp_bind_acnt(const struct igmp_entry_info *req,
-			   const struct igmp_fdb_entry *added, s32 id)
+			   const struct igmp_fdb_entry *added, int slot)
 {
 	struct igmp_fdb_entry *e;
+	int put = slot;
 
 	spin_lock_bh(&igmp_fdb_lock);
 	e = igmp_find_entry(req);
-	if (e == added && !(e->acnt.bound && e->acnt.acnt_id == (u8)id))
-		igmp_set_entry_base_acnt(e, (u8)id);
+	if (e == added && !(e->acnt.bound && e->acnt.slot == slot)) {
+		put = e->acnt.bound ? e->acnt.slot : -1;
+		e->acnt.slot = (s8)slot;
+		igmp_set_entry_base_acnt(e, quor_mcst_slot_id(slot));
+	}
 	spin_unlock_bh(&igmp_fdb_lock);
+	quor_mcst_slot_put(put);
 }
 
 int quor_igmp_add_entry(const struct igmp_entry_info *req)
 {
-	struct igmp_fdb_entry *new, *found, *added;
+	struct igmp_fdb_entry *new, *found;
 	s32 flow_idx = -1;
 	u64 mask = 0;
 	int existed;
-	s32 id;
+	int slot;
 
 	if (!req)
 		return -1;
@@ -111,17 +117,13 @@ int quor_igmp_add_entry(const struct igmp_entry_info *req)
 		return -1;
 	}
 	if (found) {
-		igmp_copy_req(found, req);
-		igmp_fdb_rehash(found);
-		added = found;
+		igmp_fdb_replace(found, new);
+		kfree_rcu(found, rcu);
 	} else {
 		new->flow_idx = flow_idx;
 		igmp_fdb_link(new);
-		added = new;
 	}
 	spin_unlock_bh(&igmp_fdb_lock);
-	if (found)
-		kfree(new);
 
 	if (existed) {
 		jix_dbg(JIX_DBG_TRACE, "[%s]flow_idx = %d, port_mask = 0x%lx\n",
@@ -134,9 +136,9 @@ int quor_igmp_add_entry(const struct igmp_entry_info *req)
 		jix_add_iptv_table_entry(req);
 	}
 
-	id = quor_mcst_match_group(req->grp_ip.addr);
-	if (id >= 0)
-		igmp_bind_acnt(req, added, id);
+	slot = quor_mcst_slot_hold(req->grp_ip.addr);
+	if (slot >= 0)
+		igmp_bind_acnt(req, new, slot);
 	return 0;
 }
 
@@ -145,6 +147,7 @@ int quor_igmp_del_entry(const struct igmp_entry_info *req)
 	struct igmp_fdb_entry *e;
 	s32 flow_idx = -1;
 	u64 mask = 0;
+	int slot;
 
 	if (!req)
 		return -1;
@@ -155,8 +158,9 @@ int quor_igmp_del_entry(const struct igmp_entry_info *req)
 		return 0;
 	}
 	igmp_is_programme_exist(req, &flow_idx, &mask, IGMP_PROG_OP_DEL);
-	igmp_del_entry(e);
+	slot = igmp_del_entry(e);
 	spin_unlock_bh(&igmp_fdb_lock);
+	quor_mcst_slot_put(slot);
 
 	jix_dbg(JIX_DBG_TRACE, "[%s]flow_idx = %d, port_mask = 0x%lx\n",
 		"quor_igmp_del_entry", flow_idx, (unsigned long)mask);
@@ -165,22 +169,28 @@ int quor_igmp_del_entry(const struct igmp_entry_info *req)
 	return 0;
 }
 
+/* A changed copy takes the entry's place; -1 also when none can be made. */
 int quor_igmp_update_entry(const struct igmp_entry_info *req)
 {
-	struct igmp_fdb_entry *e;
+	struct igmp_fdb_entry *e, *new;
 	s32 flow_idx;
 
 	if (!req)
 		return -1;
+	new = kzalloc(sizeof(*new), GFP_ATOMIC);
+	if (!new)
+		return -1;
+	igmp_copy_req(new, req);
 	spin_lock_bh(&igmp_fdb_lock);
 	e = igmp_find_entry(req);
 	if (!e) {
 		spin_unlock_bh(&igmp_fdb_lock);
+		kfree(new);
 		return -1;
 	}
-	igmp_copy_req(e, req);
-	igmp_fdb_rehash(e);
-	flow_idx = e->flow_idx;
+	igmp_fdb_replace(e, new);
+	kfree_rcu(e, rcu);
+	flow_idx = READ_ONCE(new->flow_idx);
 	spin_unlock_bh(&igmp_fdb_lock);
 
 	/* The next frames are learned again with the new VLAN treatment. */
@@ -259,12 +269,14 @@ int quor_igmp_clear_entry_by_port(u8 port)
 
 void quor_igmp_clear_all_entry(void)
 {
+	struct igmp_fdb_entry *e, *n;
 	LIST_HEAD(gone);
 
 	spin_lock_bh(&igmp_fdb_lock);
 	igmp_fdb_unlink_all(&gone);
 	spin_unlock_bh(&igmp_fdb_lock);
-	igmp_free_hold(&gone);
+	list_for_each_entry_safe(e, n, &gone, list)
+		igmp_entry_release(e);
 	jix_xpon_hwnat_clear_flows();
 }
 
@@ -380,6 +392,10 @@ void quor_igmp_set_filterMode(u32 mode)
 	if (mode != READ_ONCE(igmp_filter_mode) && !igmp_fdb_empty())
 		quor_igmp_clear_all_entry();
 	WRITE_ONCE(igmp_filter_mode, mode);
+	/* The packet path reads the index only in the mode it is kept for. */
+	spin_lock_bh(&igmp_fdb_lock);
+	igmp_fdb_bucket(mode, 0);
+	spin_unlock_bh(&igmp_fdb_lock);
 }
 
 int quor_igmp_set_snooping(u8 mode)

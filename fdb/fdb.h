@@ -7,6 +7,12 @@
  * disabled and never held while the flow, drop or accounting locks are
  * taken.  The lookups below do not lock: callers hold igmp_fdb_lock
  * around the lookup and every use of its result.
+ *
+ * The packet path reads the programme index under RCU instead: an entry
+ * is never changed in place once it is linked (an update links a changed
+ * copy in its place), except flow_idx, which readers store with
+ * WRITE_ONCE and everyone reads with READ_ONCE; entries are freed after a
+ * grace period.  The list itself is walked under the lock only.
  */
 #ifndef JIX_FDB_H
 #define JIX_FDB_H
@@ -19,12 +25,13 @@ struct igmp_acnt {
 	u32 pkt_acnt;		/* counts since then, as last computed */
 	u64 byte_base;
 	u64 byte_acnt;
-	u8 bound;		/* acnt_id and the bases are valid */
+	u8 bound;		/* slot, acnt_id and the bases are valid */
+	s8 slot;		/* accounting slot the entry holds */
 };
 
 struct igmp_fdb_entry {
 	struct list_head list;
-	struct hlist_node hnode;	/* programme index of the filter mode */
+	struct hlist_node hnode;	/* programme index of the filter mode (RCU) */
 	u32 hkey;		/* hash of the programme fields, see below */
 	u64 seq;		/* insertion order: list order */
 	s32 flow_idx;		/* hardware flow of the programme, -1: none */
@@ -39,6 +46,7 @@ struct igmp_fdb_entry {
 	u16 inner_tpid;
 	u16 inner_tci;
 	struct igmp_acnt acnt;
+	struct rcu_head rcu;
 };
 
 extern spinlock_t igmp_fdb_lock;
@@ -85,8 +93,12 @@ u32 igmp_fdb_hash(u32 mode, const u8 *mac, const u8 *grp, const u8 *src,
 struct hlist_head *igmp_fdb_bucket(u32 mode, u32 hash);
 /* Append @e to the list and the index; caller holds igmp_fdb_lock. */
 void igmp_fdb_link(struct igmp_fdb_entry *e);
-/* Re-file @e after its fields changed; caller holds igmp_fdb_lock. */
-void igmp_fdb_rehash(struct igmp_fdb_entry *e);
+/*
+ * Put @repl, a changed copy of @old, in @old's place (list position, age,
+ * flow index and accounting); @old is then free to go after a grace
+ * period.  Caller holds igmp_fdb_lock.
+ */
+void igmp_fdb_replace(struct igmp_fdb_entry *old, struct igmp_fdb_entry *repl);
 /* Move every entry to @to and empty the index; caller holds the lock. */
 void igmp_fdb_unlink_all(struct list_head *to);
 /*
@@ -96,6 +108,15 @@ void igmp_fdb_unlink_all(struct list_head *to);
  */
 void igmp_find_port_entries(const struct igmp_entry_info *key, u32 ports,
 			    struct igmp_fdb_entry **found);
+/*
+ * The packet path's lookup, under rcu_read_lock: the bucket of @hash when
+ * the index is kept for @mode (NULL otherwise: the database was emptied by
+ * the change of mode).
+ */
+struct hlist_head *igmp_fdb_bucket_rcu(u32 mode, u32 hash);
+/* Whether @e is an entry of @key (its port included) under @mode. */
+bool igmp_entry_matches(const struct igmp_fdb_entry *e,
+			const struct igmp_entry_info *key, u32 mode);
 
 #define IGMP_PROG_OP_ADD	1	/* the key's port is about to join */
 #define IGMP_PROG_OP_DEL	2	/* the key's port is about to leave */
@@ -106,7 +127,12 @@ struct list_head *igmp_get_fdb_list(void);
 struct list_head *igmp_get_fdb_tmp_list(void);
 void igmp_clear_entry(void);
 void igmp_clear_entry_tmp(void);
-void igmp_del_entry(struct igmp_fdb_entry *entry);
+/* Unlink and free @entry (caller holds igmp_fdb_lock); returns the
+ * accounting slot it held (-1: none), for the caller to put after
+ * releasing the lock. */
+int igmp_del_entry(struct igmp_fdb_entry *entry);
+/* Free an unlinked entry of the database and put its slot; no lock held. */
+void igmp_entry_release(struct igmp_fdb_entry *entry);
 bool igmp_fdb_empty(void);
 /* Number of entries on igmp_fdb_list. */
 u32 igmp_fdb_entries(void);

@@ -16,6 +16,7 @@
  * numbers, which follow list order.
  */
 #include "fdb.h"
+#include "acnt/acnt.h"
 
 DEFINE_SPINLOCK(igmp_fdb_lock);
 static LIST_HEAD(igmp_fdb_list);
@@ -98,16 +99,44 @@ static void igmp_fdb_hash_clear(void)
 		INIT_HLIST_HEAD(&igmp_fdb_buckets[i]);
 }
 
-/* File every entry again under @mode, in list order (newest ends first). */
+/* @src whole into @dst; @src's flow index may be stored meanwhile. */
+static void igmp_entry_copy(struct igmp_fdb_entry *dst,
+			    const struct igmp_fdb_entry *src)
+{
+	const size_t off = offsetof(struct igmp_fdb_entry, flow_idx);
+	const size_t rest = off + sizeof(src->flow_idx);
+
+	memcpy(dst, src, off);
+	dst->flow_idx = READ_ONCE(src->flow_idx);
+	memcpy((char *)dst + rest, (const char *)src + rest, sizeof(*dst) - rest);
+}
+
+/*
+ * File every entry again under @mode, in list order (newest ends first).
+ * The packet path may be walking an entry's old bucket, so each entry is
+ * refiled as a fresh copy and the old one freed after a grace period;
+ * only when no copy can be made is the entry itself moved (a reader on it
+ * may then miss the rest of its bucket, never touch freed memory).
+ */
 static void igmp_fdb_reindex(u32 mode)
 {
-	struct igmp_fdb_entry *e;
+	struct igmp_fdb_entry *e, *n, *c;
 
 	igmp_fdb_hash_clear();
-	igmp_fdb_hash_mode = mode;
-	list_for_each_entry(e, &igmp_fdb_list, list) {
-		e->hkey = igmp_entry_hash(e, mode);
-		hlist_add_head(&e->hnode, igmp_head(e->hkey));
+	WRITE_ONCE(igmp_fdb_hash_mode, mode);
+	list_for_each_entry_safe(e, n, &igmp_fdb_list, list) {
+		c = kmalloc(sizeof(*c), GFP_ATOMIC);
+		if (!c) {
+			WRITE_ONCE(e->hkey, igmp_entry_hash(e, mode));
+			hlist_add_head_rcu(&e->hnode, igmp_head(e->hkey));
+			continue;
+		}
+		igmp_entry_copy(c, e);
+		c->hkey = igmp_entry_hash(c, mode);
+		list_add(&c->list, &e->list);
+		list_del(&e->list);
+		hlist_add_head_rcu(&c->hnode, igmp_head(c->hkey));
+		kfree_rcu(e, rcu);
 	}
 }
 
@@ -134,24 +163,27 @@ struct hlist_head *igmp_fdb_bucket(u32 mode, u32 hash)
 	return igmp_head(hash);
 }
 
+/* Caller holds the lock; readers see @e complete once it is linked. */
 void igmp_fdb_link(struct igmp_fdb_entry *e)
 {
 	e->seq = ++igmp_fdb_seq;
 	WRITE_ONCE(igmp_fdb_count, igmp_fdb_count + 1);
 	list_add_tail(&e->list, &igmp_fdb_list);
 	e->hkey = igmp_entry_hash(e, igmp_fdb_hash_mode);
-	hlist_add_head(&e->hnode, igmp_head(e->hkey));
+	hlist_add_head_rcu(&e->hnode, igmp_head(e->hkey));
 }
 
-void igmp_fdb_rehash(struct igmp_fdb_entry *e)
+void igmp_fdb_replace(struct igmp_fdb_entry *old, struct igmp_fdb_entry *new)
 {
-	u32 h = igmp_entry_hash(e, igmp_fdb_hash_mode);
-
-	if (h == e->hkey && !hlist_unhashed(&e->hnode))
-		return;
-	hlist_del_init(&e->hnode);
-	e->hkey = h;
-	hlist_add_head(&e->hnode, igmp_head(h));
+	new->seq = old->seq;
+	new->flow_idx = READ_ONCE(old->flow_idx);
+	new->acnt = old->acnt;
+	old->acnt.bound = 0;
+	new->hkey = igmp_entry_hash(new, igmp_fdb_hash_mode);
+	list_add(&new->list, &old->list);
+	list_del(&old->list);
+	hlist_del_init_rcu(&old->hnode);
+	hlist_add_head_rcu(&new->hnode, igmp_head(new->hkey));
 }
 
 void igmp_fdb_unlink_all(struct list_head *to)
@@ -250,6 +282,19 @@ void igmp_find_port_entries(const struct igmp_entry_info *key, u32 ports,
 	}
 }
 
+struct hlist_head *igmp_fdb_bucket_rcu(u32 mode, u32 hash)
+{
+	if (mode > IGMP_FILTER_MAX || mode != READ_ONCE(igmp_fdb_hash_mode))
+		return NULL;
+	return igmp_head(hash);
+}
+
+bool igmp_entry_matches(const struct igmp_fdb_entry *e,
+			const struct igmp_entry_info *key, u32 mode)
+{
+	return e->port == key->port && igmp_prog_match(e, key, mode);
+}
+
 /*
  * Collect the member ports of the key's programme into *@mask and the
  * newest member's flow index into *@flow_idx; then let @op add or remove
@@ -283,7 +328,7 @@ static int igmp_find_data_mode(const struct igmp_entry_info *key, s32 *flow_idx,
 	}
 	if (!newest)
 		return 0;
-	*flow_idx = newest->flow_idx;
+	*flow_idx = READ_ONCE(newest->flow_idx);
 	if (op == IGMP_PROG_OP_ADD)
 		*mask |= jix_port_bit(key->port);
 	else if (op == IGMP_PROG_OP_DEL)
@@ -412,11 +457,21 @@ void igmp_clear_entry_tmp(void)
 	}
 }
 
-/* Caller holds igmp_fdb_lock. */
-void igmp_del_entry(struct igmp_fdb_entry *entry)
+/* Free an entry readers may still hold, and give its slot back. */
+void igmp_entry_release(struct igmp_fdb_entry *entry)
 {
-	hlist_del_init(&entry->hnode);
+	if (entry->acnt.bound)
+		quor_mcst_slot_put(entry->acnt.slot);
+	kfree_rcu(entry, rcu);
+}
+
+int igmp_del_entry(struct igmp_fdb_entry *entry)
+{
+	int slot = entry->acnt.bound ? entry->acnt.slot : -1;
+
+	hlist_del_init_rcu(&entry->hnode);
 	list_del(&entry->list);
 	WRITE_ONCE(igmp_fdb_count, igmp_fdb_count - 1);
-	kfree(entry);
+	kfree_rcu(entry, rcu);
+	return slot;
 }

@@ -37,7 +37,7 @@ static int fwd_print_entry(char *buf, size_t size,
 	fwd_format_addr(src, sizeof(src), &e->src_ip);
 	return scnprintf(buf, size,
 		"%d\t%d\t%d\t%02X:%02X:%02X:%02X:%02X:%02X\t%d\t0x%04X\t0x%04X\t0x%04X\t0x%04X\t%s/%s\n",
-		e->flow_idx, e->port, e->vlan, m[0], m[1], m[2], m[3], m[4],
+		READ_ONCE(e->flow_idx), e->port, e->vlan, m[0], m[1], m[2], m[3], m[4],
 		m[5], e->vlan_mode, e->outer_tpid, e->outer_tci, e->inner_tpid,
 		e->inner_tci, grp, src);
 }

@@ -4,21 +4,12 @@
  * turned into hardware drop entries by the driver, one drop record per
  * flow index, aged while the engine keeps dropping them.
  *
- * The packet path, the driver hook and the timer take hwnat_drop_lock
- * plainly (softirq); control paths with bottom halves disabled.  The drop
+ * Every path takes hwnat_drop_lock with bottom halves disabled.  The drop
  * lock is never held while hwnat_flow_lock is taken.
  */
 #include "hwnat.h"
 #include "hwnat_flow.h"
 #include "datapath/datapath.h"
-
-#define DROP_ETH_TYPE_OFF	12
-#define DROP_TAG_LEN		4
-#define DROP_PPPOE_PROTO_OFF	6	/* in the network data */
-#define DROP_PPPOE_HLEN		8	/* PPPoE session header + PPP protocol */
-#define DROP_PPP_IPV4		0x0021
-#define DROP_PPP_IPV6		0x0057
-#define DROP_ETH_P_9100		0x9100
 
 /* What a frame gives a drop record. */
 struct drop_frame {
@@ -28,76 +19,31 @@ struct drop_frame {
 	u8 src[16];
 };
 
-static u16 drop_be16(const u8 *p)
-{
-	return (u16)(p[0] << 8 | p[1]);
-}
-
-static bool drop_is_tpid(u16 v)
-{
-	return v == ETH_P_8021Q || v == DROP_ETH_P_9100 || v == ETH_P_8021AD;
-}
-
-/* Copy group and source of the IP header at @ip (@room bytes readable). */
-static bool drop_parse_ip(struct drop_frame *f, u16 type, const u8 *ip,
-			  unsigned int room)
-{
-	if (type == ETH_P_IP && room >= 20) {
-		f->proto = HWNAT_PROTO_IPV4;
-		memcpy(f->grp, ip + 16, 4);
-		memcpy(f->src, ip + 12, 4);
-		return true;
-	}
-	if (type == ETH_P_IPV6 && room >= 40) {
-		f->proto = HWNAT_PROTO_IPV6;
-		memcpy(f->grp, ip + 24, 16);
-		memcpy(f->src, ip + 8, 16);
-		return true;
-	}
-	return false;
-}
-
 /*
- * Tags (0x8100, 0x9100, 0x88A8), the first tag's VLAN id, and the IPv4 or
- * IPv6 addresses, also behind a PPPoE session.  Every read is bounded by
- * the frame; false for other types and for frames too short to tell.
+ * The first tag's VLAN id (any of 0x8100, 0x9100, 0x88A8) and the IPv4 or
+ * IPv6 addresses, also behind a PPPoE session, from the frame's parse;
+ * false for other types and for frames too short to tell.
  */
-static bool drop_parse(struct sk_buff *skb, struct drop_frame *f)
+static bool drop_parse(const struct jix_pkt *pk, struct drop_frame *f)
 {
-	unsigned int len = jix_xpon_frame_len(skb);
-	unsigned int e = DROP_ETH_TYPE_OFF, nd;
-	const u8 *mac;
-	u16 type;
+	unsigned int need;
 
 	memset(f, 0, sizeof(*f));
-	f->vid = -1;
-	if (!len)
+	f->vid = pk->tag_num ? (s16)(pk->tag[0] & 0xFFF) : -1;
+	if (pk->pkt_type == ETH_P_IP) {
+		f->proto = HWNAT_PROTO_IPV4;
+		need = 20;
+	} else if (pk->pkt_type == ETH_P_IPV6) {
+		f->proto = HWNAT_PROTO_IPV6;
+		need = 40;
+	} else {
 		return false;
-	mac = skb_mac_header(skb);
-	while (e + DROP_TAG_LEN <= len && drop_is_tpid(drop_be16(mac + e)))
-		e += DROP_TAG_LEN;
-	if (e > DROP_ETH_TYPE_OFF)
-		f->vid = (s16)(drop_be16(mac + DROP_ETH_TYPE_OFF + 2) & 0xFFF);
-	if (e + 2 > len)
-		return false;
-	type = drop_be16(mac + e);
-	nd = e + 2;
-	if (type == ETH_P_PPP_SES) {
-		if (nd + DROP_PPPOE_HLEN > len)
-			return false;
-		switch (drop_be16(mac + nd + DROP_PPPOE_PROTO_OFF)) {
-		case DROP_PPP_IPV4:
-			type = ETH_P_IP;
-			break;
-		case DROP_PPP_IPV6:
-			type = ETH_P_IPV6;
-			break;
-		default:
-			return false;
-		}
-		nd += DROP_PPPOE_HLEN;
 	}
-	return drop_parse_ip(f, type, mac + nd, len - nd);
+	if (!pk->nh || pk->len - pk->nh < need)
+		return false;
+	memcpy(f->grp, pk->grp.addr, 16);
+	memcpy(f->src, pk->src.addr, 16);
+	return true;
 }
 
 /* Full removal of a drop record; caller holds hwnat_drop_lock. */
@@ -121,7 +67,7 @@ static void jix_xpon_hwnat_drop_timeout(struct timer_list *t)
 	int (*is_drop)(int index, unsigned char *grp, unsigned char *src,
 		       int is_ipv6);
 
-	spin_lock(&hwnat_drop_lock);
+	spin_lock_bh(&hwnat_drop_lock);
 	if (hwnat_rec_expiry_begin(&hwnat_drops, e)) {
 		is_drop = READ_ONCE(hwnat_is_drop_entry_hook);
 		if (is_drop && is_drop(e->index, e->grp_addr, e->src_addr,
@@ -130,7 +76,7 @@ static void jix_xpon_hwnat_drop_timeout(struct timer_list *t)
 		else
 			jix_xpon_hwnat_free_drop(e);
 	}
-	spin_unlock(&hwnat_drop_lock);
+	spin_unlock_bh(&hwnat_drop_lock);
 }
 
 /*
@@ -144,7 +90,7 @@ static bool jix_xpon_hwnat_find_drop_entry(s32 index, const u8 *grp, s16 vid)
 
 	if (index <= 0)
 		return false;
-	spin_lock(&hwnat_drop_lock);
+	spin_lock_bh(&hwnat_drop_lock);
 	e = hwnat_rec_find(&hwnat_drops, index);
 	if (e) {
 		e->vid = vid;
@@ -153,19 +99,18 @@ static bool jix_xpon_hwnat_find_drop_entry(s32 index, const u8 *grp, s16 vid)
 		else if (e->proto == HWNAT_PROTO_IPV4)
 			memcpy(e->grp_addr, grp, 4);
 	}
-	spin_unlock(&hwnat_drop_lock);
+	spin_unlock_bh(&hwnat_drop_lock);
 	return e != NULL;
 }
 
 /* A drop record made from the frame; the flow's records go quietly. */
-static void jix_xpon_hwnat_add_drop(struct sk_buff *skb, s32 index)
+static void jix_xpon_hwnat_add_drop(const struct drop_frame *f, s32 index)
 {
 	struct hwnat_flow_entry *e;
-	struct drop_frame f;
 
 	jix_dbg(JIX_DBG_TRACE, "[%s]index=%d\n", "jix_xpon_hwnat_add_drop",
 		index);
-	if (!skb || index < 0 || !drop_parse(skb, &f))
+	if (index < 0)
 		return;
 	e = hwnat_rec_alloc();
 	if (!e) {
@@ -173,24 +118,41 @@ static void jix_xpon_hwnat_add_drop(struct sk_buff *skb, s32 index)
 			"jix_xpon_hwnat_add_drop");
 		return;
 	}
-	e->proto = f.proto;
+	e->proto = f->proto;
 	e->index = index;
-	e->vid = f.vid;
-	memcpy(e->grp_addr, f.grp, 16);
-	memcpy(e->src_addr, f.src, 16);
+	e->vid = f->vid;
+	memcpy(e->grp_addr, f->grp, 16);
+	memcpy(e->src_addr, f->src, 16);
 
-	spin_lock(&hwnat_drop_lock);
+	spin_lock_bh(&hwnat_drop_lock);
 	hwnat_rec_add(&hwnat_drops, e, jix_xpon_hwnat_drop_timeout);
 	trace_jix_mc_drop_add(e->index, e->grp_addr, hwnat_is_v6(e), 0, e->vid);
-	spin_unlock(&hwnat_drop_lock);
+	spin_unlock_bh(&hwnat_drop_lock);
 
-	spin_lock(&hwnat_flow_lock);
+	spin_lock_bh(&hwnat_flow_lock);
 	hwnat_flow_forget(index);
-	spin_unlock(&hwnat_flow_lock);
+	spin_unlock_bh(&hwnat_flow_lock);
+}
+
+int jix_xpon_hwnat_drop_pkt(struct sk_buff *skb, const struct jix_pkt *pk)
+{
+	int (*drop)(struct sk_buff *skb);
+	struct drop_frame f;
+
+	jix_dbg(JIX_DBG_TRACE, "[%s]index=%d\n",
+		"jix_xpon_hwnat_drop_multicast", 0);
+	if (!drop_parse(pk, &f) || pk->flow_idx <= 0)
+		return -1;
+	drop = READ_ONCE(ux_sw_nat_hook_drop_packet);
+	if (!drop || drop(skb) <= 0)
+		return 0;
+	if (!jix_xpon_hwnat_find_drop_entry(pk->flow_idx, f.grp, f.vid))
+		jix_xpon_hwnat_add_drop(&f, pk->flow_idx);
+	return 0;
 }
 
 /*
- * multicast_hwnat_drop_entry_hook, also called by the data handler for a
+ * multicast_hwnat_drop_entry_hook, also reached by the data handler for a
  * data frame without members (softirq).  Returns -1 when the frame cannot
  * be dropped in hardware (no frame, type not supported, no flow index),
  * else 0.
@@ -198,24 +160,17 @@ static void jix_xpon_hwnat_add_drop(struct sk_buff *skb, s32 index)
 int jix_xpon_hwnat_drop_multicast(struct sk_buff *skb, unsigned long long mask)
 {
 	int (*to_foe)(struct sk_buff *skb);
-	int (*drop)(struct sk_buff *skb);
-	struct drop_frame f;
-	int index;
+	struct jix_pkt pk;
 
-	jix_dbg(JIX_DBG_TRACE, "[%s]index=%d\n",
-		"jix_xpon_hwnat_drop_multicast", 0);
-	if (!skb)
+	if (!skb) {
+		jix_dbg(JIX_DBG_TRACE, "[%s]index=%d\n",
+			"jix_xpon_hwnat_drop_multicast", 0);
 		return -1;
+	}
+	jix_xpon_parse(skb, &pk);
 	to_foe = READ_ONCE(hwnat_skb_to_foe_hook);
-	index = to_foe ? to_foe(skb) : -1;
-	if (!drop_parse(skb, &f) || index <= 0)
-		return -1;
-	drop = READ_ONCE(ux_sw_nat_hook_drop_packet);
-	if (!drop || drop(skb) <= 0)
-		return 0;
-	if (!jix_xpon_hwnat_find_drop_entry(index, f.grp, f.vid))
-		jix_xpon_hwnat_add_drop(skb, index);
-	return 0;
+	pk.flow_idx = to_foe ? to_foe(skb) : -1;
+	return jix_xpon_hwnat_drop_pkt(skb, &pk);
 }
 
 /* Caller holds hwnat_flow_lock (or owns @flow) with bottom halves off. */
@@ -231,10 +186,10 @@ void jix_xpon_hwnat_flow_to_drop(const struct hwnat_flow_entry *flow)
 	e->mask = flow->mask;
 	memcpy(e->grp_addr, flow->grp_addr, 16);
 	memcpy(e->src_addr, flow->src_addr, 16);
-	spin_lock(&hwnat_drop_lock);
+	spin_lock_bh(&hwnat_drop_lock);
 	hwnat_rec_add(&hwnat_drops, e, jix_xpon_hwnat_drop_timeout);
 	trace_jix_mc_drop_add(e->index, e->grp_addr, hwnat_is_v6(e), 0, e->vid);
-	spin_unlock(&hwnat_drop_lock);
+	spin_unlock_bh(&hwnat_drop_lock);
 }
 
 void hwnat_drop_forget(s32 index)
@@ -248,10 +203,10 @@ void hwnat_drop_forget(s32 index)
 	 */
 	if (hwnat_table_empty(&hwnat_drops))
 		return;
-	spin_lock(&hwnat_drop_lock);
+	spin_lock_bh(&hwnat_drop_lock);
 	hwnat_for_each_of_index(&hwnat_drops, r, n, index)
 		hwnat_rec_remove(&hwnat_drops, &r->e);
-	spin_unlock(&hwnat_drop_lock);
+	spin_unlock_bh(&hwnat_drop_lock);
 }
 
 void jix_xpon_hwnat_clear_all_drop(void)

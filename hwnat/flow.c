@@ -4,10 +4,11 @@
  * forwarding engine, kept in step with group membership and aged while
  * the engine keeps the flow.
  *
- * Two ways out for a record: full removal (the group's accounting slot is
- * released and the engine's entry deleted when it still holds this flow)
- * and quiet removal (record only).  Driver pointers, the accounting
- * release and the freeing run with hwnat_flow_lock held.
+ * Two ways out for a record: full removal (the engine's entry is deleted
+ * when it still holds this flow) and quiet removal (record only); either
+ * way the record gives its group's accounting slot back.  Driver
+ * pointers, the accounting release and the freeing run with
+ * hwnat_flow_lock held.
  */
 #include "hwnat.h"
 #include "hwnat_flow.h"
@@ -42,7 +43,6 @@ static void jix_xpon_hwnat_free_flow(struct hwnat_flow_entry *e)
 	int (*del)(int index);
 
 	trace_jix_mc_flow_unbind(e->index, e->grp_addr, hwnat_is_v6(e), e->mask, e->vid);
-	quor_mcst_clean_group(e->grp_addr);
 	if (hwnat_is_mc(e) > 0) {
 		del = READ_ONCE(hwnat_delete_foe_entry_hook);
 		if (del)
@@ -74,7 +74,7 @@ void jix_xpon_hwnat_update_flow(struct hwnat_flow_entry *e, u64 mask)
 			jix_dbg(JIX_DBG_TRACE, "[%s]entry->index:%d mask:0x%x\n",
 				"jix_xpon_hwnat_update_flow", e->index, (u32)mask);
 		}
-		e->mask = mask;
+		WRITE_ONCE(e->mask, mask);
 		return;
 	}
 	jix_dbg(JIX_DBG_ERR, "[%s]not multicast entry,delete it\n",
@@ -87,14 +87,14 @@ void quor_hwnat_update_flows(void)
 {
 	struct hwnat_flow_entry *e, *n;
 
-	spin_lock(&hwnat_flow_lock);
+	spin_lock_bh(&hwnat_flow_lock);
 	list_for_each_entry_safe(e, n, &hwnat_flow_list, list) {
 		if (!e->mask)
 			jix_xpon_hwnat_free_flow(e);
 		else
 			jix_xpon_hwnat_update_flow(e, e->mask);
 	}
-	spin_unlock(&hwnat_flow_lock);
+	spin_unlock_bh(&hwnat_flow_lock);
 }
 
 /* xpon_igmp_learn_flow_hook: the driver bound a flow of @skb. */
@@ -144,7 +144,6 @@ static void hwnat_flow_to_drop_entry(struct hwnat_flow_entry *e, u32 flow_idx)
 {
 	quor_mcst_hwnat_update_dp(flow_idx, HWNAT_DROP_DP);
 	jix_xpon_hwnat_flow_to_drop(e);
-	quor_mcst_clean_group(e->grp_addr);
 	hwnat_rec_remove(&hwnat_flows, e);
 }
 
@@ -165,8 +164,8 @@ void quor_update_hwnat_entry(u32 flow_idx, u64 mask)
 	hwnat_for_each_of_index(&hwnat_flows, r, n, (s32)flow_idx) {
 		struct hwnat_flow_entry *e = &r->e;
 
-		e->wifi_num = wifi;
-		e->mask = mask;
+		WRITE_ONCE(e->wifi_num, wifi);
+		WRITE_ONCE(e->mask, mask);
 		jix_dbg(JIX_DBG_TRACE,
 			"[%s]switch_mask = 0x%lx, entry->mask = 0x%lx\n",
 			"quor_update_hwnat_entry", (unsigned long)sw,
@@ -251,41 +250,33 @@ void jix_xpon_hwnat_clear_flows(void)
 }
 
 /*
- * First record of @head (the flow or the drop list, under its own lock)
- * with @index.  The record may be freed as soon as the lock is released:
- * callers use the answer at once and keep no pointer.
+ * First record of @head (the flow or the drop list) with @index, found
+ * under RCU.  The caller must be in softirq or under rcu_read_lock and use
+ * the record only until it leaves: records are freed after a grace
+ * period, not while a reader may hold one.
  */
 struct hwnat_flow_entry *jix_xpon_hwnat_find_entry(struct list_head *head,
 						   int index)
 {
-	struct hwnat_flow_entry *e;
-	struct hwnat_table *t;
-
 	if (!head || index <= 0)
 		return NULL;
 	if (head == &hwnat_flow_list)
-		t = &hwnat_flows;
-	else if (head == &hwnat_drop_list)
-		t = &hwnat_drops;
-	else
-		return NULL;
-	spin_lock_bh(t->lock);
-	e = hwnat_rec_find(t, index);
-	spin_unlock_bh(t->lock);
-	return e;
+		return hwnat_rec_find_rcu(&hwnat_flows, index);
+	if (head == &hwnat_drop_list)
+		return hwnat_rec_find_rcu(&hwnat_drops, index);
+	return NULL;
 }
 
-/* multicast_speed_find_entry_hook; the driver calls it in softirq. */
+/*
+ * multicast_speed_find_entry_hook: the driver calls it in softirq and
+ * reads the record it gets until it leaves softirq, which is a read-side
+ * RCU section; no lock is taken.
+ */
 struct hwnat_flow_entry *jix_xpon_hwnat_find_speed_entry(int index)
 {
-	struct hwnat_flow_entry *e;
-
 	if (index <= 0)
 		return NULL;
-	spin_lock(&hwnat_flow_lock);
-	e = hwnat_rec_find(&hwnat_flows, index);
-	spin_unlock(&hwnat_flow_lock);
-	return e;
+	return hwnat_rec_find_rcu(&hwnat_flows, index);
 }
 
 /*
@@ -302,19 +293,22 @@ void quor_mcst_hwnat_add_drop(struct hwnat_flow_entry *e)
 }
 
 /*
- * Aging: the record lives another period while the engine answers exactly
- * 1 for it; otherwise it is removed with hardware clean-up.
+ * Aging: a flow whose frames still reach the module ages from its last
+ * frame; otherwise the record lives another period while the engine
+ * answers exactly 1 for it, and is removed with hardware clean-up when it
+ * does not.
  */
 void jix_xpon_hwnat_timer_timeout(struct timer_list *t)
 {
 	struct hwnat_flow_entry *e = from_timer(e, t, timer);
 
-	spin_lock(&hwnat_flow_lock);
-	if (hwnat_rec_expiry_begin(&hwnat_flows, e)) {
+	spin_lock_bh(&hwnat_flow_lock);
+	if (hwnat_rec_expiry_begin(&hwnat_flows, e) &&
+	    !hwnat_rec_rearm_if_seen(e)) {
 		if (hwnat_is_mc(e) == 1)
 			hwnat_rec_rearm(e);
 		else
 			jix_xpon_hwnat_free_flow(e);
 	}
-	spin_unlock(&hwnat_flow_lock);
+	spin_unlock_bh(&hwnat_flow_lock);
 }

@@ -3,7 +3,8 @@
  * Hardware flow offload: the flows bound into the forwarding engine and
  * the drop entries of groups that nobody watches, each with an aging
  * timer.  Lock order: hwnat_flow_lock before hwnat_drop_lock; neither is
- * taken while igmp_fdb_lock is held.
+ * taken while igmp_fdb_lock is held.  Both are taken with bottom halves
+ * disabled on every path.
  */
 #ifndef JIX_HWNAT_H
 #define JIX_HWNAT_H
@@ -11,6 +12,7 @@
 #include "jix_mc.h"
 
 struct hwnat_flow_entry;
+struct jix_pkt;
 
 void jix_init_hwnat_list(void);
 /*
@@ -42,12 +44,13 @@ void quor_hwnat_update_flows(void);
 /* Caller holds hwnat_flow_lock. */
 void jix_xpon_hwnat_update_flow(struct hwnat_flow_entry *e, u64 mask);
 /*
- * Bind the flow of a data frame (Ethernet header at skb->data) forwarded to
- * @mask: one record per flow index, timer restarted, the frame marked with
- * its group's counter id, the flow's drop records removed.  A mask of 0
- * removes the flow's records instead.
+ * Bind the flow of a data frame (@pk its parse, with its flow index)
+ * forwarded to @mask: one record per flow index, aging from this frame,
+ * the frame marked with its group's counter id, the flow's drop records
+ * removed.  A mask of 0 removes the flow's records instead.
  */
-void jix_xpon_hwnat_add_flow(struct sk_buff *skb, u64 mask);
+void jix_xpon_hwnat_add_flow(struct sk_buff *skb, const struct jix_pkt *pk,
+			     u64 mask);
 struct hwnat_flow_entry *jix_xpon_hwnat_find_speed_entry(int index);
 int jix_mc_hwnat_flow_read_proc(char *page, char **start, off_t off, int count,
 				int *eof, void *data);
@@ -55,5 +58,7 @@ int jix_mc_hwnat_flow_read_proc(char *page, char **start, off_t off, int count,
 int jix_add_iptv_table_entry(const struct igmp_entry_info *req);
 void jix_xpon_hwnat_clear_all_drop(void);
 int jix_xpon_hwnat_drop_multicast(struct sk_buff *skb, unsigned long long mask);
+/* The same for the data handler, with the frame's parse and flow index. */
+int jix_xpon_hwnat_drop_pkt(struct sk_buff *skb, const struct jix_pkt *pk);
 
 #endif /* JIX_HWNAT_H */

@@ -10,9 +10,17 @@
  * the same type.
  *
  * hwnat_flow_lock guards hwnat_flow_list and its records, hwnat_drop_lock
- * hwnat_drop_list and its records; each is taken with bottom halves
- * disabled from control paths and plainly in softirq.  The flow lock may
- * be held while the drop lock is taken, never the reverse.
+ * hwnat_drop_list and its records; both are always taken with bottom
+ * halves disabled (the packet path, the driver's hooks and the timers
+ * included).  The flow lock may be held while the drop lock is taken,
+ * never the reverse.
+ *
+ * Readers: the per-flow-index lists (hwnat_rec.by_index) are also walked
+ * under RCU, by the packet path and by the driver's find hook, which
+ * hands a record to the driver after the walk.  Records are therefore
+ * freed only after a grace period (hwnat_rec.rcu), and the fields a
+ * reader compares are set before the record is published; only mask and
+ * wifi_num change in place (WRITE_ONCE under the lock).
  *
  * Lifetime: a record on its list always has its timer pending, except
  * while its own expiry runs.  Only the expiry re-arms a record's timer.
@@ -98,11 +106,14 @@ extern struct list_head hwnat_drop_list;
 
 /*
  * The module's allocation around a record: the record first (the driver
- * sees only its own part), then the link into its table's index.
+ * sees only its own part), then the module's private tail.
  */
 struct hwnat_rec {
 	struct hwnat_flow_entry e;
-	struct list_head by_index;	/* in hwnat_bucket(table, e.index) */
+	struct list_head by_index;	/* in hwnat_bucket(table, e.index), RCU */
+	unsigned long seen;		/* jiffies of the flow's last frame */
+	s16 acnt_slot;			/* accounting slot held, -1: none */
+	struct rcu_head rcu;
 };
 
 static inline struct hwnat_rec *hwnat_rec_of(struct hwnat_flow_entry *e)
@@ -132,7 +143,8 @@ static inline struct list_head *hwnat_bucket(struct hwnat_table *t, s32 index)
 
 /*
  * Walk the records of flow index @idx in @t (caller holds its lock);
- * @r may be removed inside the loop.
+ * @r may be removed inside the loop.  Readers without the lock use
+ * hwnat_rec_find_rcu().
  */
 #define hwnat_for_each_of_index(t, r, n, idx)				\
 	list_for_each_entry_safe(r, n, hwnat_bucket(t, idx), by_index)	\
@@ -153,14 +165,26 @@ bool hwnat_rec_add(struct hwnat_table *t, struct hwnat_flow_entry *e,
 		   void (*fn)(struct timer_list *));
 /* Stop the timer, unlink and free (or park for a running expiry). */
 void hwnat_rec_remove(struct hwnat_table *t, struct hwnat_flow_entry *e);
-/* First record of @index on @t's list, or NULL. */
+/* First record of @index on @t's list, or NULL; caller holds the lock. */
 struct hwnat_flow_entry *hwnat_rec_find(struct hwnat_table *t, s32 index);
+/* The same under rcu_read_lock (or in softirq); valid until it is left. */
+struct hwnat_flow_entry *hwnat_rec_find_rcu(struct hwnat_table *t, s32 index);
 /*
- * A packet path found @e still describing its flow: it goes to the tail of
- * the list, as a new record would, and its aging starts again.  False,
- * with nothing changed, when its expiry is already in flight.
+ * A packet path found @e still describing its flow: note the frame's time
+ * (the expiry re-arms from it).  False, with nothing changed, when its
+ * expiry is already in flight.  Caller holds the lock.
  */
-bool hwnat_rec_refresh(struct hwnat_table *t, struct hwnat_flow_entry *e);
+bool hwnat_rec_refresh(struct hwnat_flow_entry *e);
+/* The lock-free refresh of a bound flow: the frame's time only. */
+static inline void hwnat_rec_seen(struct hwnat_flow_entry *e)
+{
+	struct hwnat_rec *r = hwnat_rec_of(e);
+	unsigned long now = READ_ONCE(jiffies);
+
+	/* One store per tick at most: the line stays shared otherwise. */
+	if (READ_ONCE(r->seen) != now)
+		WRITE_ONCE(r->seen, now);
+}
 /* Whether @t holds any record; read without the lock, a hint only. */
 static inline bool hwnat_table_empty(struct hwnat_table *t)
 {
@@ -174,6 +198,11 @@ static inline bool hwnat_table_empty(struct hwnat_table *t)
  */
 bool hwnat_rec_expiry_begin(struct hwnat_table *t, struct hwnat_flow_entry *e);
 void hwnat_rec_rearm(struct hwnat_flow_entry *e);
+/*
+ * For a flow record: when a frame was seen less than a period before its
+ * aging would end, re-arm for a period from that frame and return true.
+ */
+bool hwnat_rec_rearm_if_seen(struct hwnat_flow_entry *e);
 
 /* ---- flow table (flow.c) ---- */
 void jix_xpon_hwnat_timer_timeout(struct timer_list *t);

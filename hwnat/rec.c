@@ -10,9 +10,14 @@
  * taken the lock, since only the expiry re-arms and it does so under the
  * lock).  The record then goes to the table's orphan list and that expiry
  * frees it.  Only module stop waits (del_timer_sync), with no lock held.
+ *
+ * Memory goes back only after an RCU grace period: the packet path and
+ * the driver read records through the flow-index lists without a lock.
+ * A flow record holds its group's accounting slot until it is unlinked.
  */
 #include "hwnat.h"
 #include "hwnat_flow.h"
+#include "acnt/acnt.h"
 
 DEFINE_SPINLOCK(hwnat_flow_lock);
 LIST_HEAD(hwnat_flow_list);
@@ -40,35 +45,50 @@ struct hwnat_flow_entry *hwnat_rec_alloc(void)
 {
 	struct hwnat_rec *r = kzalloc(sizeof(*r), GFP_ATOMIC);
 
-	return r ? &r->e : NULL;
+	if (!r)
+		return NULL;
+	r->acnt_slot = -1;
+	return &r->e;
 }
 
+/* Readers may still hold @e: it goes after a grace period. */
 static void hwnat_rec_free(struct hwnat_flow_entry *e)
 {
-	kfree(hwnat_rec_of(e));
+	struct hwnat_rec *r = hwnat_rec_of(e);
+
+	kfree_rcu(r, rcu);
 }
 
-/* Off the list and the index; caller holds the lock. */
+/* Off the list and the index, its slot given back; caller holds the lock. */
 static void hwnat_rec_unlink(struct hwnat_table *t, struct hwnat_flow_entry *e)
 {
+	struct hwnat_rec *r = hwnat_rec_of(e);
+
 	list_del(&e->list);
-	list_del(&hwnat_rec_of(e)->by_index);
+	list_del_rcu(&r->by_index);
 	WRITE_ONCE(t->count, t->count - 1);
+	if (r->acnt_slot >= 0)
+		quor_mcst_slot_put(r->acnt_slot);
+	WRITE_ONCE(r->acnt_slot, -1);
 }
 
 bool hwnat_rec_add(struct hwnat_table *t, struct hwnat_flow_entry *e,
 		   void (*fn)(struct timer_list *))
 {
 	if (!t->open) {
+		if (hwnat_rec_of(e)->acnt_slot >= 0)
+			quor_mcst_slot_put(hwnat_rec_of(e)->acnt_slot);
 		hwnat_rec_free(e);
 		return false;
 	}
 	e->life = HWNAT_LIVE;
+	hwnat_rec_of(e)->seen = READ_ONCE(jiffies);
 	timer_setup(&e->timer, fn, 0);
-	list_add_tail(&e->list, t->list);
-	list_add_tail(&hwnat_rec_of(e)->by_index, hwnat_bucket(t, e->index));
-	WRITE_ONCE(t->count, t->count + 1);
 	mod_timer(&e->timer, hwnat_aging_expiry());
+	list_add_tail(&e->list, t->list);
+	/* Published last: readers find it complete. */
+	list_add_tail_rcu(&hwnat_rec_of(e)->by_index, hwnat_bucket(t, e->index));
+	WRITE_ONCE(t->count, t->count + 1);
 	return true;
 }
 
@@ -81,23 +101,26 @@ struct hwnat_flow_entry *hwnat_rec_find(struct hwnat_table *t, s32 index)
 	return NULL;
 }
 
+struct hwnat_flow_entry *hwnat_rec_find_rcu(struct hwnat_table *t, s32 index)
+{
+	struct hwnat_rec *r;
+
+	list_for_each_entry_rcu(r, hwnat_bucket(t, index), by_index)
+		if (r->e.index == index)
+			return &r->e;
+	return NULL;
+}
+
 /*
  * Only the expiry re-arms a timer that has fired, so a record whose timer
- * is pending here, under the lock, has no expiry in flight, and moving
- * its expiry keeps it so.  Within the same second the expiry is unchanged
- * and the timer is left alone.
+ * is pending here, under the lock, has no expiry in flight.  The expiry
+ * re-arms from the time noted here.
  */
-bool hwnat_rec_refresh(struct hwnat_table *t, struct hwnat_flow_entry *e)
+bool hwnat_rec_refresh(struct hwnat_flow_entry *e)
 {
-	unsigned long expires = hwnat_aging_expiry();
-
 	if (e->life != HWNAT_LIVE || !timer_pending(&e->timer))
 		return false;
-	if (e->timer.expires != expires &&
-	    !mod_timer_pending(&e->timer, expires))
-		return false;
-	list_move_tail(&e->list, t->list);
-	list_move_tail(&hwnat_rec_of(e)->by_index, hwnat_bucket(t, e->index));
+	hwnat_rec_seen(e);
 	return true;
 }
 
@@ -135,6 +158,23 @@ void hwnat_rec_rearm(struct hwnat_flow_entry *e)
 	mod_timer(&e->timer, hwnat_aging_expiry());
 }
 
+/*
+ * A frame refreshes its flow without the lock, by noting its time; the
+ * flow then ages 3000 ticks from that tick rounded to a second, as if the
+ * frame had restarted the timer.
+ */
+bool hwnat_rec_rearm_if_seen(struct hwnat_flow_entry *e)
+{
+	unsigned long due;
+
+	due = round_jiffies(READ_ONCE(hwnat_rec_of(e)->seen)) + HWNAT_AGING_TICKS;
+	if (!time_after(due, READ_ONCE(jiffies)))
+		return false;
+	e->life = HWNAT_LIVE;
+	mod_timer(&e->timer, due);
+	return true;
+}
+
 static void hwnat_table_open(struct hwnat_table *t)
 {
 	unsigned int i;
@@ -162,7 +202,8 @@ static void hwnat_table_close(struct hwnat_table *t, struct list_head *live,
 	t->open = false;
 	list_for_each_entry(e, t->list, list) {
 		e->life = HWNAT_RELEASED;
-		list_del_init(&hwnat_rec_of(e)->by_index);
+		/* Quiet: the accounting table goes as a whole after this. */
+		list_del_rcu(&hwnat_rec_of(e)->by_index);
 	}
 	WRITE_ONCE(t->count, 0);
 	list_for_each_entry(e, &t->orphans, list)
@@ -206,4 +247,6 @@ void jix_hwnat_release_all(void)
 		del_timer_sync(&e->timer);
 		hwnat_rec_free(e);
 	}
+	/* Every record and entry is freed before the module's code goes. */
+	rcu_barrier();
 }

@@ -42,17 +42,12 @@ extern unsigned long quor_mc_debug_level;
 #define JIX_PORT_TYPE_HYBRID_SFU 1
 #define JIX_PORT_TYPE_HYBRID_HGU 2
 
-/*
- * A cache line per port: processors sending copies to different ports
- * count them without sharing a line.
- */
+/* The software counters of a port are per CPU (acnt/). */
 struct lan_map {
 	u32 port_id;
 	const char *ifname;
 	struct net_device *dev;	/* holds one reference while set */
-	atomic_t sw_pktcnt;	/* frames sent in software, wrapping */
-	atomic_t sw_bytecount;	/* their bytes, wrapping */
-} ____cacheline_aligned_in_smp;
+};
 
 extern struct lan_map lan_map_data[JIX_PORT_NUM];
 extern u32 PORT_TYPE[JIX_PORT_TYPE_NUM];

@@ -161,7 +161,9 @@ static int __init jix_xpon_multicast_init(void)
 	ret = quor_igmp_dev_map_init();
 	if (ret)
 		goto undo_driver_hooks;
-	quor_mcst_acnt_init();
+	ret = quor_mcst_acnt_init();
+	if (ret)
+		goto undo_map;
 	ret = jix_mc_register_hooks();
 	if (ret)
 		goto undo_acnt;
@@ -176,6 +178,8 @@ undo_acnt:
 	quor_mcst_acnt_deinit();
 	quor_igmp_dev_map_deinit();
 	return ret;
+undo_map:
+	quor_igmp_dev_map_deinit();
 undo_driver_hooks:
 	jix_mc_clear_driver_hooks();
 	jix_hwnat_release_all();

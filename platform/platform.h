@@ -83,9 +83,23 @@ u32 jix_skb_hwnat_ctrl(const struct sk_buff *skb);
 
 /*
  * Hand @skb to skb->dev's driver transmit routine directly, bypassing the
- * queueing layer.  The buffer is consumed whatever happens.
+ * queueing layer.  The buffer is consumed whatever happens.  Returns 0
+ * (NETDEV_TX_OK) only when the driver took it; a stopped queue, a device
+ * without carrier or a busy driver drop it and answer non-zero.
  */
 int jix_dev_xmit(struct sk_buff *skb);
+
+/*
+ * Per-CPU packet and byte counts in @rows rows (u64_stats): added on the
+ * packet path from any context, without a shared cache line or an atomic
+ * operation; summed over every CPU when read.  Allocation may sleep.
+ */
+struct jix_pcpu_stats;
+struct jix_pcpu_stats *jix_pcpu_stats_alloc(unsigned int rows);
+void jix_pcpu_stats_free(struct jix_pcpu_stats *s);
+void jix_pcpu_stats_add(struct jix_pcpu_stats *s, unsigned int row, u32 bytes);
+void jix_pcpu_stats_sum(struct jix_pcpu_stats *s, unsigned int row, u64 *pkts,
+			u64 *bytes);
 
 #ifdef __cplusplus
 }

@@ -48,6 +48,9 @@ int jix_mcts_vlan_add_and_remark(struct sk_buff *skb, u64 outer_vid,
 				 u64 inner_vid, u64 outer_pri, u64 inner_pri);
 /* Apply treatment @mode (low 16 bits compared) with these tag controls. */
 void jix_vlan_apply(struct sk_buff *skb, u32 mode, u16 outer_tci, u16 inner_tci);
+/* Whether jix_vlan_apply() would leave @skb exactly as it is. */
+bool jix_vlan_keeps(const struct sk_buff *skb, u32 mode, u16 outer_tci,
+		    u16 inner_tci);
 
 /* Hardware-flow computations: tag words (TPID << 16 | TCI, 0 none). */
 int quor_get_entry_vlan_action(u64 mask, struct vlan_action *action);

@@ -101,17 +101,18 @@ int quor_mc_hook_vlan_handle(struct mc_data *mc)
 /*
  * Send a treated copy of @skb out of port @p.  Returns false, without
  * copying, when the port has no device or its device is down; true when
- * a copy was attempted (a failed copy is skipped).
+ * a copy was attempted (a failed copy is skipped).  The device is used
+ * under RCU (the port map lets a device go only after a grace period).
  */
 static bool jix_vlan_send_copy(struct sk_buff *skb, u8 p)
 {
-	struct net_device *dev = quor_port_dev_hold(p);
+	struct net_device *dev;
 	struct sk_buff *copy;
 
-	if (!dev)
-		return false;
-	if (!(READ_ONCE(dev->flags) & IFF_UP)) {
-		dev_put(dev);
+	rcu_read_lock();
+	dev = get_dev_by_port(p);
+	if (!dev || !(READ_ONCE(dev->flags) & IFF_UP)) {
+		rcu_read_unlock();
 		return false;
 	}
 	copy = skb_copy(skb, GFP_ATOMIC);
@@ -120,7 +121,7 @@ static bool jix_vlan_send_copy(struct sk_buff *skb, u8 p)
 		copy->dev = dev;
 		jix_dev_xmit(copy);
 	}
-	dev_put(dev);
+	rcu_read_unlock();
 	return true;
 }
 

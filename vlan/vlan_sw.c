@@ -183,3 +183,35 @@ void jix_vlan_apply(struct sk_buff *skb, u32 mode, u16 outer_tci, u16 inner_tci)
 		return;
 	}
 }
+
+/*
+ * Whether @mode's handler leaves the bytes and vendor words of @skb as
+ * they are, so that the frame may be shared rather than copied:
+ * transparent, a mode without a handler, a replace on an untagged frame,
+ * a strip without a 0x8100/0x88A8 tag in front, an add of no tag.
+ */
+bool jix_vlan_keeps(const struct sk_buff *skb, u32 mode, u16 outer_tci,
+		    u16 inner_tci)
+{
+	const u8 *h = skb_mac_header(skb);
+	u16 type;
+
+	switch ((u16)mode) {
+	case JIX_VLAN_TRANSPARENT:
+		return true;
+	case JIX_VLAN_REPLACE:
+	case JIX_VLAN_REPLACE_REMARK:
+		return !vlan_count_tags(skb);
+	case JIX_VLAN_STRIP:
+		if (vlan_frame_len(skb) < VLAN_TCI2_OFF || skb->len < VLAN_HLEN_BYTES)
+			return true;
+		type = vlan_get16(h + VLAN_TYPE_OFF);
+		return type != ETH_P_8021Q && type != ETH_P_8021AD;
+	case JIX_VLAN_ADD:
+	case JIX_VLAN_ADD_REMARK:
+		return (outer_tci & JIX_VID_NONE) == JIX_VID_NONE &&
+		       (inner_tci & JIX_VID_NONE) == JIX_VID_NONE;
+	default:
+		return true;
+	}
+}

@@ -40,7 +40,8 @@ void host_alloc_fail_nth(unsigned long n);
 void host_alloc_fail_all(int on);
 /* Make every sleeping (GFP_KERNEL) allocation fail while @on is set. */
 void host_alloc_fail_sleeping(int on);
-/* Objects allocated (kmalloc/kzalloc/kcalloc and skbs) and not yet freed. */
+/* Objects allocated (kmalloc/kzalloc/kcalloc and skbs) and not yet freed,
+ * after the RCU callbacks queued so far have run. */
 long host_alloc_live(void);
 /* Number of non-sleeping allocations attempted since the last reset. */
 unsigned long host_alloc_atomic_attempts(void);
@@ -91,6 +92,9 @@ unsigned int host_netdev_tx_count(const struct net_device *dev);
  * kept, no lock taken): for benchmarks.  host_netdev_tx_frame() then finds
  * only the frames kept before. */
 void host_netdev_tx_discard(struct net_device *dev, int on);
+/* With @on, the device's queue is stopped (or its carrier is off):
+ * jix_dev_xmit() frees what it is given and answers NETDEV_TX_BUSY. */
+void host_netdev_tx_stop(struct net_device *dev, int on);
 /* Copy the bytes (from skb->data) of frame @i into @buf; returns the
  * frame's length, or -1 when there is no such frame. */
 int host_netdev_tx_frame(const struct net_device *dev, unsigned int i,

@@ -22,6 +22,11 @@ unsigned long thread_id();
  * function runs on another thread. */
 void timer_check_free(const void *p, size_t n);
 
+/* Enter and leave a read-side section (also bottom halves disabled). */
+void rcu_enter();
+void rcu_exit();
+bool rcu_reading();
+
 /* Per-area resets, called by host_reset(). */
 void kernel_reset();
 void timer_reset();

@@ -42,15 +42,21 @@ std::vector<alloc_counts *> &all_counts()
 	return *v;
 }
 
-alloc_counts &my_counts()
+__attribute__((__noinline__)) alloc_counts *new_counts()
 {
-	thread_local alloc_counts *mine;
+	alloc_counts *mine = new alloc_counts;
+	std::lock_guard<std::mutex> g(counts_mtx);
 
-	if (!mine) {
-		mine = new alloc_counts;
-		std::lock_guard<std::mutex> g(counts_mtx);
-		all_counts().push_back(mine);
-	}
+	all_counts().push_back(mine);
+	return mine;
+}
+
+inline alloc_counts &my_counts()
+{
+	static thread_local alloc_counts *mine;
+
+	if (__builtin_expect(!mine, 0))
+		mine = new_counts();
 	return *mine;
 }
 
@@ -256,15 +262,18 @@ unsigned long host_log_count_level(int level)
 
 /* ---- bottom halves and spinlocks ---- */
 
+/* Bottom halves disabled is a read-side RCU section, as in the kernel. */
 void local_bh_disable(void)
 {
 	bh_depth++;
+	host::rcu_enter();
 }
 
 void local_bh_enable(void)
 {
 	if (WARN_ON(bh_depth <= 0))
 		return;
+	host::rcu_exit();
 	bh_depth--;
 }
 
@@ -388,8 +397,11 @@ void kfree(const void *p)
 {
 	if (!p)
 		return;
-	host::timer_check_free(p, malloc_usable_size((void *)p));
+	size_t n = malloc_usable_size((void *)p);
+
+	host::timer_check_free(p, n);
 	host::live_dec();
+	memset((void *)p, 0x6b, n);	/* poison: a late reader sees garbage */
 	free((void *)p);
 }
 
@@ -408,8 +420,11 @@ void host_alloc_fail_all(int on)
 	fail_all = on != 0;
 }
 
+/* Objects waiting for a grace period are still live until it ends. */
 long host_alloc_live(void)
 {
+	if (!host::rcu_reading())
+		rcu_barrier();
 	return live_sum();
 }
 
@@ -477,6 +492,7 @@ int scnprintf(char *buf, size_t size, const char *fmt, ...)
 
 void host_reset(void)
 {
+	rcu_barrier();
 	host::kernel_reset();
 	host::timer_reset();
 	host::net_reset();

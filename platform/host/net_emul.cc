@@ -30,6 +30,7 @@ struct dev_priv {
 	std::mutex mtx;
 	std::vector<tx_frame> frames;
 	std::atomic<bool> discard{false};	/* count and free, keep nothing */
+	std::atomic<bool> stopped{false};	/* queue stopped or no carrier */
 	std::atomic<unsigned int> discarded{0};
 };
 
@@ -247,6 +248,8 @@ void host_netdev_unregister(struct net_device *dev)
 	}
 	call_chain(NETDEV_UNREGISTER, dev);
 	dev->registered = 0;
+	/* As the kernel does before the last references go. */
+	synchronize_rcu();
 }
 
 void host_netdev_free(struct net_device *dev)
@@ -273,6 +276,11 @@ unsigned int host_netdev_tx_count(const struct net_device *dev)
 {
 	std::lock_guard<std::mutex> g(priv(dev)->mtx);
 	return (unsigned int)priv(dev)->frames.size() + priv(dev)->discarded;
+}
+
+void host_netdev_tx_stop(struct net_device *dev, int on)
+{
+	priv(dev)->stopped = on != 0;
 }
 
 void host_netdev_tx_discard(struct net_device *dev, int on)
@@ -318,6 +326,10 @@ int jix_dev_xmit(struct sk_buff *skb)
 	if (!dev || !dev->netdev_ops || !dev->netdev_ops->ndo_start_xmit) {
 		kfree_skb(skb);
 		return -ENODEV;
+	}
+	if (dev->host_priv && priv(dev)->stopped.load(std::memory_order_relaxed)) {
+		kfree_skb(skb);
+		return NETDEV_TX_BUSY;
 	}
 	local_bh_disable();
 	int rc = dev->netdev_ops->ndo_start_xmit(skb, dev);

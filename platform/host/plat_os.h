@@ -227,7 +227,7 @@ struct hlist_head {
 
 static inline void INIT_HLIST_HEAD(struct hlist_head *h)
 {
-	h->first = NULL;
+	WRITE_ONCE(h->first, NULL);
 }
 
 static inline void INIT_HLIST_NODE(struct hlist_node *n)
@@ -269,6 +269,36 @@ static inline void hlist_del_init(struct hlist_node *n)
 	for (pos = hlist_entry_safe((head)->first, __typeof__(*(pos)), member); \
 	     pos; \
 	     pos = hlist_entry_safe((pos)->member.next, __typeof__(*(pos)), member))
+
+/* RCU variants: readers may walk while a writer (holding a lock) changes. */
+static inline void hlist_add_head_rcu(struct hlist_node *n, struct hlist_head *h)
+{
+	struct hlist_node *first = h->first;
+
+	n->next = first;
+	n->pprev = &h->first;
+	__atomic_store_n(&h->first, n, __ATOMIC_RELEASE);
+	if (first)
+		first->pprev = &n->next;
+}
+
+/* Unlink, leaving ->next for readers standing on @n. */
+static inline void hlist_del_init_rcu(struct hlist_node *n)
+{
+	if (hlist_unhashed(n))
+		return;
+	WRITE_ONCE(*n->pprev, n->next);
+	if (n->next)
+		n->next->pprev = n->pprev;
+	n->pprev = NULL;
+}
+
+#define hlist_for_each_entry_rcu(pos, head, member) \
+	for (pos = hlist_entry_safe(__atomic_load_n(&(head)->first, __ATOMIC_ACQUIRE), \
+				    __typeof__(*(pos)), member); \
+	     pos; \
+	     pos = hlist_entry_safe(__atomic_load_n(&(pos)->member.next, __ATOMIC_ACQUIRE), \
+				    __typeof__(*(pos)), member))
 
 /* ---- spinlocks and bottom halves ---- */
 /*
@@ -618,10 +648,12 @@ void __unregister_chrdev(unsigned int major, unsigned int baseminor,
 			 unsigned int count, const char *name);
 
 /* ---- byte order (the host is little-endian, like the target) ---- */
+#ifndef htons	/* the C library's, when a test includes it first */
 #define htons(x)	__builtin_bswap16((u16)(x))
 #define ntohs(x)	__builtin_bswap16((u16)(x))
 #define htonl(x)	__builtin_bswap32((u32)(x))
 #define ntohl(x)	__builtin_bswap32((u32)(x))
+#endif
 
 /* ---- bit counting ---- */
 static inline unsigned int hweight32(u32 w) { return (unsigned int)__builtin_popcount(w); }
@@ -629,22 +661,70 @@ static inline unsigned int hweight64(u64 w) { return (unsigned int)__builtin_pop
 
 /* ---- RCU ---- */
 /*
- * Read-side sections are counted per thread.  synchronize_rcu() waits
- * until every thread that was inside a section when it was called has
- * left that section; it WARNs when the caller may not sleep (inside a
- * section, holding a spinlock, bottom halves disabled).
+ * Real grace periods: every thread between rcu_read_lock() and
+ * rcu_read_unlock(), or with bottom halves disabled (as in the kernel,
+ * where softirq context is a read-side section), is a reader.
+ * synchronize_rcu() waits until every reader that started before it has
+ * left; call_rcu() callbacks run on a reclaim thread after such a wait,
+ * in softirq context.  kfree() poisons what it frees (0x6b, as slub_debug
+ * does), so a reader that outlives its object reads garbage even without
+ * AddressSanitizer.  Waiting inside a read-side section is a BUG.
  */
+struct rcu_head {
+	struct rcu_head *next;
+	void (*func)(struct rcu_head *head);
+};
+
 void rcu_read_lock(void);
 void rcu_read_unlock(void);
 void synchronize_rcu(void);
-#define synchronize_net()	synchronize_rcu()
-#define __rcu
+void call_rcu(struct rcu_head *head, void (*func)(struct rcu_head *head));
+/* Wait until every callback queued so far has run. */
+void rcu_barrier(void);
+/* call_rcu() that kfree()s the object @head lies @offset bytes into. */
+void host_kfree_rcu(struct rcu_head *head, size_t offset);
+#define kfree_rcu(ptr, field) \
+	host_kfree_rcu(&(ptr)->field, offsetof(__typeof__(*(ptr)), field))
+
 #define rcu_dereference(p)	__atomic_load_n(&(p), __ATOMIC_ACQUIRE)
 #define rcu_dereference_protected(p, c)	(p)
-#define rcu_access_pointer(p)	READ_ONCE(p)
+#define rcu_access_pointer(p)	__atomic_load_n(&(p), __ATOMIC_RELAXED)
 #define rcu_assign_pointer(p, v) __atomic_store_n(&(p), (v), __ATOMIC_RELEASE)
-#define RCU_INIT_POINTER(p, v)	WRITE_ONCE(p, v)
+#define RCU_INIT_POINTER(p, v)	__atomic_store_n(&(p), (v), __ATOMIC_RELAXED)
+#define __rcu
+#define synchronize_net()	synchronize_rcu()
 #define lockdep_is_held(l)	1
+
+/* List updates that readers may walk concurrently (writers hold a lock). */
+static inline void list_add_tail_rcu(struct list_head *n, struct list_head *head)
+{
+	struct list_head *prev = head->prev;
+
+	n->next = head;
+	n->prev = prev;
+	__atomic_store_n(&prev->next, n, __ATOMIC_RELEASE);
+	head->prev = n;
+}
+
+/* Unlink, leaving ->next for readers standing on @e. */
+static inline void list_del_rcu(struct list_head *e)
+{
+	e->next->prev = e->prev;
+	WRITE_ONCE(e->prev->next, e->next);
+	e->prev = (struct list_head *)0x122;
+}
+
+#define list_entry_rcu(ptr, type, member) \
+	container_of(__atomic_load_n(&(ptr), __ATOMIC_ACQUIRE), type, member)
+#define list_for_each_entry_rcu(pos, head, member) \
+	for (pos = list_entry_rcu((head)->next, __typeof__(*pos), member); \
+	     &pos->member != (head); \
+	     pos = list_entry_rcu(pos->member.next, __typeof__(*pos), member))
+
+/* ---- per-CPU data ---- */
+/* Each thread that asks is a CPU of its own while it lives. */
+#define HOST_NR_CPUS	64
+int host_this_cpu(void);
 
 /* ---- string helpers the kernel has and libc spells differently ---- */
 /* sscanf, snprintf, sprintf and strnlen come from libc. */

@@ -224,7 +224,8 @@ int jix_vlan_put_tag(struct sk_buff *skb, u16 tci)
 {
 	if (WARN_ON(skb->len < 2 * ETH_ALEN))
 		return -EINVAL;
-	if (skb_headroom(skb) < VLAN_HLEN &&
+	/* As skb_cow_head(): shared bytes are unshared first. */
+	if ((skb_headroom(skb) < VLAN_HLEN || skb_cloned(skb)) &&
 	    skb_grow_head(skb, SKB_GROW_PAD))
 		return -ENOMEM;
 	bool mac_at_data = skb_mac_header_was_set(skb) &&

@@ -108,7 +108,11 @@ u32 Hwnat::bind(const frames::Bytes &frame, u64 mask, bool fail_alloc)
 	host_alloc_fail_nth(fail_alloc ? 1 : 0);
 	local_bh_disable();
 	skb_push(skb.get(), ETH_HLEN);
-	jix_xpon_hwnat_add_flow(skb.get(), mask);
+	jix_pkt pk;
+	jix_xpon_parse(skb.get(), &pk);
+	int (*to_foe)(struct sk_buff *) = hwnat_skb_to_foe_hook;
+	pk.flow_idx = to_foe ? to_foe(skb.get()) : -1;
+	jix_xpon_hwnat_add_flow(skb.get(), &pk, mask);
 	skb_pull(skb.get(), ETH_HLEN);
 	local_bh_enable();
 	return jix_skb_hwnat_ctrl(skb.get());

@@ -2,6 +2,7 @@
 // answer, membership updates with the conversion into a drop, removal,
 // lookups and the driver's learn hook.
 #include "hwnat_test.h"
+#include <thread>
 
 using namespace frames;
 using jt::log_take;
@@ -105,8 +106,8 @@ TEST_F(Hwnat, UnsupportedFramesMissingIndexOrMemoryBindNothing)
 	EXPECT_EQ(0, memcmp(flows()[0].grp_addr, addr("239.1.1.1").data(), 4));
 }
 
-// Frames of a bound flow keep its record: it takes their mask, ages
-// again from the latest frame and goes to the tail, without allocating.
+// Frames of a bound flow keep its record in its place: it takes their
+// mask and ages again from the latest frame, without allocating.
 // Any other flow on the same index (group, source or tags) replaces it.
 TEST_F(Hwnat, FramesOfABoundFlowRefreshItsRecordInPlace)
 {
@@ -122,11 +123,10 @@ TEST_F(Hwnat, FramesOfABoundFlowRefreshItsRecordInPlace)
 	EXPECT_EQ(first, jix_xpon_hwnat_find_speed_entry(7));
 	auto f = flows();
 	ASSERT_EQ(2u, f.size());
-	EXPECT_EQ(8, f[0].index);
-	EXPECT_EQ(7, f[1].index);
-	EXPECT_EQ(0x10006u, f[1].mask);
-	EXPECT_EQ(1, f[1].wifi_num);
-	EXPECT_EQ(jiffies + 3000, f[1].timer.expires);
+	EXPECT_EQ(7, f[0].index);
+	EXPECT_EQ(8, f[1].index);
+	EXPECT_EQ(0x10006u, f[0].mask);
+	EXPECT_EQ(1, f[0].wifi_num);
 	EXPECT_EQ(2, host_timers_pending());
 
 	const std::pair<Bytes, const char *> others[] = {
@@ -155,10 +155,11 @@ TEST_F(Hwnat, RebindingReplacesTheRecordAndRestartsItsTimer)
 	auto f = flows();
 	ASSERT_EQ(1u, f.size());
 	EXPECT_EQ(0x6u, f[0].mask);
-	EXPECT_EQ(jiffies + 3000, f[0].timer.expires);
+	unsigned long due = jiffies + 3000;
 	host_jiffies_advance(1500);	// past the first record's expiry
 	EXPECT_TRUE(hw::drv.calls.empty());
 	EXPECT_EQ(1, host_timers_pending());
+	EXPECT_EQ(due, flows()[0].timer.expires);	// from the last frame
 }
 
 TEST_F(Hwnat, EmptyMaskRemovesTheFlowQuietly)
@@ -167,10 +168,11 @@ TEST_F(Hwnat, EmptyMaskRemovesTheFlowQuietly)
 	quor_mc_debug_level = 3;
 	log_take();
 	bind(v4("239.1.1.1"), 0);
-	EXPECT_EQ("[jix_xpon_hwnat_add_flow]fwd_port_mask is 0\n", log_take());
+	EXPECT_EQ("[quor_mcst_clean_group]del the group mapping to acnt_id=100\n"
+		  "[jix_xpon_hwnat_add_flow]fwd_port_mask is 0\n", log_take());
 	EXPECT_TRUE(flows().empty());
 	EXPECT_TRUE(hw::drv.calls.empty());
-	EXPECT_EQ(0, mcst_acnt[0].valid);	// quiet: the slot stays bound
+	EXPECT_EQ(1, mcst_acnt[0].valid);	// its last user gone, the slot is free
 }
 
 // The driver's answer at expiry: exactly 1 keeps the flow; anything else,
@@ -395,3 +397,28 @@ TEST_F(Hwnat, VlanAndDestinationPortReachTheDriver)
 }
 
 } // namespace
+
+// The driver reads the record its find hook returns until it leaves
+// softirq, while another processor may clear the flows meanwhile.  Every
+// path, the driver's and the packet path's included, takes the table
+// locks with bottom halves disabled.
+TEST_F(Hwnat, FoundRecordOutlivesItsRemovalAndLocksAreTakenWithBhOff)
+{
+	unsigned long plain = hwnat_flow_lock.taken_plain + hwnat_drop_lock.taken_plain;
+
+	bind(v4("239.1.1.1"), 0x1);
+	bind(v4("239.1.1.1"), 0x3);
+	drop(v4("239.1.1.1"));
+	jix_xpon_hwnat_learn_flow(frames::skb_from(v4("239.1.1.1")).get());
+	host_jiffies_advance(4000);
+	EXPECT_EQ(plain, hwnat_flow_lock.taken_plain + hwnat_drop_lock.taken_plain);
+
+	bind(v4("239.1.1.1"), 0x1);
+	local_bh_disable();
+	hwnat_flow_entry *e = jix_xpon_hwnat_find_speed_entry(7);
+	ASSERT_NE(nullptr, e);
+	std::thread([] { jix_xpon_hwnat_clear_flows(); }).join();
+	EXPECT_EQ(7, e->index);
+	EXPECT_EQ(0, memcmp(e->grp_addr, addr("239.1.1.1").data(), 4));
+	local_bh_enable();
+}

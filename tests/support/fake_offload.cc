@@ -56,7 +56,7 @@ int jix_remove_iptv_table_entry(void)
 
 void jix_xpon_hwnat_clear_flows(void) { record("clear_flows"); }
 int jix_xpon_hwnat_learn_flow(struct sk_buff *) { return 0; }
-void jix_xpon_hwnat_add_flow(struct sk_buff *, u64 mask)
+void jix_xpon_hwnat_add_flow(struct sk_buff *, const struct jix_pkt *, u64 mask)
 {
 	record("add_flow(0x%llx)", (unsigned long long)mask);
 }
@@ -80,6 +80,10 @@ int jix_xpon_hwnat_drop_multicast(struct sk_buff *, unsigned long long mask)
 {
 	record("drop(0x%llx)", mask);
 	return fake::drop_result;
+}
+int jix_xpon_hwnat_drop_pkt(struct sk_buff *skb, const struct jix_pkt *)
+{
+	return jix_xpon_hwnat_drop_multicast(skb, 0);
 }
 
 void igmp_entry_check_vlan_mode(const struct igmp_entry_info *, u64 mask,
