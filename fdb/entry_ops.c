@@ -391,9 +391,14 @@ void quor_igmp_set_filterMode(u32 mode)
 	}
 	if (mode != READ_ONCE(igmp_filter_mode) && !igmp_fdb_empty())
 		quor_igmp_clear_all_entry();
-	WRITE_ONCE(igmp_filter_mode, mode);
-	/* The packet path reads the index only in the mode it is kept for. */
+	/*
+	 * The mode changes under the lock, with the index refiled at once:
+	 * a holder of the lock keeps the entries it found across lookups in
+	 * one mode (a refile replaces every entry).  The packet path reads
+	 * the index only in the mode it is kept for.
+	 */
 	spin_lock_bh(&igmp_fdb_lock);
+	WRITE_ONCE(igmp_filter_mode, mode);
 	igmp_fdb_bucket(mode, 0);
 	spin_unlock_bh(&igmp_fdb_lock);
 }
