@@ -134,6 +134,12 @@ int igmp_del_entry(struct igmp_fdb_entry *entry);
 /* Free an unlinked entry of the database and put its slot; no lock held. */
 void igmp_entry_release(struct igmp_fdb_entry *entry);
 bool igmp_fdb_empty(void);
+/*
+ * Copy @src whole into @dst; the packet path may store @src's flow index
+ * meanwhile (caller holds igmp_fdb_lock).
+ */
+void igmp_entry_copy(struct igmp_fdb_entry *dst,
+		     const struct igmp_fdb_entry *src);
 /* Number of entries on igmp_fdb_list. */
 u32 igmp_fdb_entries(void);
 /* Most entries the database holds (module parameter max_entries). */

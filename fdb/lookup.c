@@ -100,7 +100,7 @@ static void igmp_fdb_hash_clear(void)
 }
 
 /* @src whole into @dst; @src's flow index may be stored meanwhile. */
-static void igmp_entry_copy(struct igmp_fdb_entry *dst,
+void igmp_entry_copy(struct igmp_fdb_entry *dst,
 			    const struct igmp_fdb_entry *src)
 {
 	const size_t off = offsetof(struct igmp_fdb_entry, flow_idx);

@@ -93,7 +93,7 @@ static int fwd_copy_entries(struct fwd_copy *c)
 	list_for_each_entry(e, igmp_get_fdb_list(), list) {
 		if (c->n == cap)
 			break;
-		c->e[c->n++] = *e;
+		igmp_entry_copy(&c->e[c->n++], e);
 	}
 	c->snooping = igmp_snooping_enable;
 	spin_unlock_bh(&igmp_fdb_lock);
