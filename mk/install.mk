@@ -39,7 +39,7 @@ install: module install-tools
 	$(jix_kmake) $(if $(DESTDIR),INSTALL_MOD_PATH=$(DESTDIR)) modules_install
 
 # The files of the module's Kbuild, as DKMS builds them.
-jix_dkms_files = Kbuild dkms.conf include platform/platform.h platform/quor_vendor.h \
+jix_dkms_files = Kbuild dkms.conf include platform/platform.h platform/quor_peer.h platform/quor_vendor.h \
 	platform/kernel platform/standin $(jix_kobj_dirs)
 
 dkms: module-kdir
