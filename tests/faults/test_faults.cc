@@ -146,34 +146,33 @@ protected:
 	}
 };
 
-TEST_F(Faults, EntryAddThroughApi)
+bool add_api(const igmp_entry_info &e)
 {
-	add_sweep([](const igmp_entry_info &e) {
-		igmp_entry_info c = e;
-		return api(QUOR_MC_API_ENTRY_ADD, &c) == 2;
-	});
+	igmp_entry_info c = e;
+	return api(QUOR_MC_API_ENTRY_ADD, &c) == 2;
 }
 
-TEST_F(Faults, EntryAddThroughIoctl)
+bool add_ioctl(const igmp_entry_info &e)
 {
-	add_sweep([](const igmp_entry_info &e) {
-		igmp_entry_info c = e;
-		long r = host_chrdev_ioctl(QUOR_IGMP_MAJOR, 0, QUOR_IGMP_IOC_ADD_ENTRY,
-					   (unsigned long)&c);
-		EXPECT_TRUE(r == 0 || r == -1) << r;
-		return r == 0;
-	});
+	igmp_entry_info c = e;
+	long r = host_chrdev_ioctl(QUOR_IGMP_MAJOR, 0, QUOR_IGMP_IOC_ADD_ENTRY,
+				   (unsigned long)&c);
+	EXPECT_TRUE(r == 0 || r == -1) << r;
+	return r == 0;
 }
 
-TEST_F(Faults, EntryAddThroughProc)
+bool add_proc(const igmp_entry_info &)
 {
-	add_sweep([](const igmp_entry_info &) {
-		const char cmd[] = "add ipv4 239.1.1.1 01:00:5e:01:01:01 0 -1 0 0 0 0 0";
-		host_log_clear();
-		long r = host_proc_write(kFwd, cmd, sizeof(cmd) - 1);
-		EXPECT_EQ((long)sizeof(cmd) - 1, r);
-		return strstr(host_log_text(), "Add entry success!") != nullptr;
-	});
+	const char cmd[] = "add ipv4 239.1.1.1 01:00:5e:01:01:01 0 -1 0 0 0 0 0";
+	host_log_clear();
+	EXPECT_EQ((long)sizeof(cmd) - 1, host_proc_write(kFwd, cmd, sizeof(cmd) - 1));
+	return strstr(host_log_text(), "Add entry success!") != nullptr;
+}
+
+TEST_F(Faults, EntryAddThroughApiIoctlAndProc)
+{
+	for (auto add : { add_api, add_ioctl, add_proc })
+		add_sweep(add);
 }
 
 TEST_F(Faults, ClearByPortKeepsEverythingWhenACopyFails)
