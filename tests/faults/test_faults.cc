@@ -179,11 +179,12 @@ TEST_F(Faults, ClearByPortKeepsEverythingWhenACopyFails)
 {
 	std::string before;
 	long live = 0;
+	quor_igmp_set_filterMode(IGMP_FILTER_MAC_IP_VID);	/* VLANs count */
 	unsigned long sites = sweep<int>(
 		[&] {
 			clear_all();
 			for (const char *g : { "239.1.1.1", "239.1.1.2", "239.1.1.3" }) {
-				igmp_entry_info e = entry(1, g);
+				igmp_entry_info e = entry(1, g, 100);
 				ASSERT_EQ(2, api(QUOR_MC_API_ENTRY_ADD, &e));
 			}
 			igmp_entry_info o = entry(2, "239.1.1.1");
@@ -200,7 +201,7 @@ TEST_F(Faults, ClearByPortKeepsEverythingWhenACopyFails)
 				return;
 			}
 			EXPECT_EQ(2, r) << "k=" << k;
-			EXPECT_FALSE(listed(entry(1, "239.1.1.1"))) << "k=" << k;
+			EXPECT_FALSE(listed(entry(1, "239.1.1.1", 100))) << "k=" << k;
 			EXPECT_TRUE(listed(entry(2, "239.1.1.1"))) << "k=" << k;
 		});
 	EXPECT_GE(sites, 3u);
@@ -426,6 +427,7 @@ TEST_F(Faults, ModuleStart)
 	 * kernel warns about removing a missing proc entry). */
 	host_proc_fail_next_create();
 	ASSERT_EQ(0, init_module());
+	EXPECT_EQ(std::string::npos, text("kv7730/jix_mc_acnt_mapping").find("239.1.1.1"));
 	EXPECT_EQ(4, host_proc_count());
 	EXPECT_FALSE(host_proc_exists("kv7730/jix_mc_hwnat_entry"));
 	EXPECT_TRUE(host_proc_exists("kv7730/jix_mc_port_type"));

@@ -100,6 +100,8 @@ TEST_F(Vlan, TreatmentsOnFrameCopies)
 		  frame({ { 0x8100, 0xA00A }, { 0x8100, 0x6014 } }) },
 		{ "bad outer VID does not stop the inner", two_pri, JIX_VLAN_REPLACE_REMARK,
 		  0xAFFF, 0x6014, frame({ { 0x8100, 0x1064 }, { 0x8100, 0x6014 } }) },
+		{ "remark, inner VID not given", two_pri, JIX_VLAN_REPLACE_REMARK, 0xA00A, 0x6FFF,
+		  frame({ { 0x8100, 0xA00A }, { 0x8100, 0x0002 } }) },
 		{ "add: inner first, priority 0", none, JIX_VLAN_ADD, 0xA00A, 0x6014,
 		  frame({ { 0x8100, 10 }, { 0x8100, 20 } }) },
 		{ "add inner only", frame({ { 0x88a8, 7 } }), JIX_VLAN_ADD, 0xFFF, 20,
@@ -112,6 +114,11 @@ TEST_F(Vlan, TreatmentsOnFrameCopies)
 	};
 	for (auto &c : cases)
 		EXPECT_EQ(c.out, apply(c.in, c.mode, c.otci, c.itci)) << c.what;
+	// The exported remark call leaves a tag alone for a priority above 7.
+	sk_buff *skb = skb_of(two_pri);
+	jix_mcts_vlan_replace_and_remark(skb, 10, 20, 8, 3);
+	EXPECT_EQ(frame({ { 0x8100, 0x1064 }, { 0x8100, 0x6014 } }), bytes_of(skb));
+	kfree_skb(skb);
 }
 
 TEST_F(Vlan, StripRemovesOuterTagAndRecordsPriority)
