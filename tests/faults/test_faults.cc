@@ -412,7 +412,10 @@ TEST_F(Faults, ModuleStart)
 		EXPECT_EQ(0u, host_chrdev_node_major("quor_igmp"));
 	}
 	/* A device that cannot be registered at all is logged as an error
-	 * and the module works without it. */
+	 * and the module works without it; stop leaves another driver's
+	 * device alone. */
+	static const struct file_operations other_fops{};
+	ASSERT_EQ(0, __register_chrdev(1, 0, QUOR_IGMP_MINORS, "other", &other_fops));
 	host_log_clear();
 	host_chrdev_fail_next(-EBUSY, 2);
 	ASSERT_EQ(0, init_module());
@@ -423,6 +426,8 @@ TEST_F(Faults, ModuleStart)
 	igmp_entry_info e = entry(1, "239.1.1.1");
 	EXPECT_EQ(2, api(QUOR_MC_API_ENTRY_ADD, &e));
 	cleanup_module();
+	EXPECT_TRUE(host_chrdev_registered(1));
+	__unregister_chrdev(1, 0, QUOR_IGMP_MINORS, "other");
 	/* A file start could not create is not removed at stop (the
 	 * kernel warns about removing a missing proc entry). */
 	host_proc_fail_next_create();
