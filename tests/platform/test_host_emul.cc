@@ -13,7 +13,7 @@
 
 namespace {
 
-void noop_fn(struct timer_list *t) {}
+void noop_fn(struct timer_list *) {}
 
 TEST(Host, CheckersSeeWhatTheyGuard)
 {
