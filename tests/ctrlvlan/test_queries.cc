@@ -144,6 +144,7 @@ TEST_F(Queries, SpecificQueryGoesToReMappedMemberPorts)
 	std::string log = log_take();
 	EXPECT_NE(std::string::npos, log.find("[quor_mcst_send_specific_query]before query : fwd_port_mask = 0x10019\n"));
 	EXPECT_NE(std::string::npos, log.find("[quor_mcst_send_specific_query]after query : fwd_port_mask = 0x100109\n"));
+	EXPECT_NE(std::string::npos, log.find("[igmp_get_fwd_portmask]239.1.1.1\n")) << log;
 	// Ports 0 and 3 stay, 4 becomes 8 (no device), 16 becomes 20 (ux4).
 	EXPECT_EQ(1u, tx("eth0.1"));
 	EXPECT_EQ(1u, tx("eth0.4"));

@@ -33,6 +33,7 @@ std::vector<StagCase> stag_cases()
 {
 	return {
 		{ 0, edit(udp(), 12, { 0x00, 0x05, 0xab, 0xcd }, true), udp() },
+		{ 0, edit(udp(), 12, { 0x00, 0x00, 0xab, 0xcd }, true), udp() },
 		{ 1, edit(udp({ { 0x8100, 100 } }), 12, { 0x01, 0x00 }), udp({ { 0x8100, 100 } }) },
 		{ 2, edit(udp({ { 0x88a8, 100 } }), 12, { 0x02, 0x00 }), udp({ { 0x88a8, 100 } }) },
 		{ 3, edit(udp(), 12, { 0x03, 0x00 }), edit(udp(), 12, { 0x03, 0x00 }) },

@@ -18,7 +18,7 @@ const uint8_t kSentinel = 0xee;
 // Every answer of the classification family for one frame; offsets are
 // from the MAC header, -1 for NULL; records start filled with kSentinel.
 struct Answers {
-	int type, ip, port, data, mcst, pppox;
+	int type, ip, port, data, mcst, pppox, vid;
 	long nh, udp;
 	mc_ip_addr src, grp;
 };
@@ -43,6 +43,7 @@ Answers classify(const Bytes &frame, bool pushed = false)
 	a.data = jix_xpon_is_data_pkt(skb.get());
 	a.mcst = quor_is_mcst_data_pkt(skb.get());
 	a.pppox = jix_xpon_is_pppox_multicast_pkt(skb.get());
+	a.vid = jix_xpon_get_outer_vid(skb.get());
 	memset(&a.src, kSentinel, sizeof(a.src));
 	memset(&a.grp, kSentinel, sizeof(a.grp));
 	jix_xpon_get_src_and_dst_addr(&a.src, &a.grp, skb.get());
@@ -244,6 +245,9 @@ TEST(Classify, AnswersAppearAtTheFirstLengthThatHoldsTheirBytes)
 	EXPECT_EQ(1, cut(v4, 38).port);
 	EXPECT_EQ(-1, cut(v4, 41).udp);
 	EXPECT_EQ(34, cut(v4, 42).udp);
+	Bytes tagged = ipv4_udp_frame(kSrc, "239.1.1.1", 5000, 1234, { q });
+	EXPECT_EQ(-1, cut(tagged, 15).vid);
+	EXPECT_EQ(100, cut(tagged, 16).vid);	// ends right after its tag
 	Bytes hbh = ipv6_udp_frame(kSrc6, "ff0e::1", 5000, 1234, {}, true);
 	EXPECT_EQ(0, cut(hbh, 54).ip);
 	EXPECT_EQ(17, cut(hbh, 55).ip);

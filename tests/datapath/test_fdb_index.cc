@@ -30,45 +30,31 @@ bool addr_eq(const mc_ip_addr &a, const mc_ip_addr &b, bool v6)
 	return !memcmp(a.addr, b.addr, v6 ? 16 : 4);
 }
 
-// The entry rules, written out plainly: entry key (port aside).
-bool prog_match(const igmp_fdb_entry &e, const igmp_entry_info &k, u32 mode)
+// What each filter mode compares, written out plainly: VID, MAC, group,
+// source.  A frame also needs the entry's family where the group counts,
+// and in mode 0 a hybrid-HGU port needs no VID.
+const struct {
+	bool vid, mac, grp, src;
+} kRules[] = {
+	{ 1, 0, 1, 0 }, { 0, 1, 0, 0 }, { 0, 0, 1, 1 }, { 1, 1, 0, 0 }, { 0, 1, 1, 0 },
+	{ 1, 1, 1, 0 },
+};
+
+// An entry against an entry key or (@frame) a frame's key with VLAN @vid.
+bool match(const igmp_fdb_entry &e, const igmp_entry_info &k, u32 mode,
+	   bool frame = false, int vid = 0)
 {
+	const auto &r = kRules[mode];
 	bool v6 = k.grp_ip.isipv6;
-	bool mac = !memcmp(e.grp_mac, k.grp_mac, 6);
-	bool grp = addr_eq(e.grp_ip, k.grp_ip, v6);
-	bool vid = e.vlan == k.vlan;
+	bool hgu = frame && mode == 0 && e.port < 32 &&
+		   PORT_TYPE[e.port] == JIX_PORT_TYPE_HYBRID_HGU;
 
-	switch (mode) {
-	case 0: return vid && grp;
-	case 1: return mac;
-	case 2: return grp && addr_eq(e.src_ip, k.src_ip, v6);
-	case 3: return vid && mac;
-	case 4: return mac && grp;
-	case 5: return vid && mac && grp;
-	}
-	return false;
-}
-
-// The member-port rules for a frame with VLAN id @vid.
-bool fwd_match(const igmp_fdb_entry &e, const igmp_entry_info &f, int vid,
-	       u32 mode)
-{
-	bool v6 = f.grp_ip.isipv6;
-	bool fam = v6 ? e.grp_ip.isipv6 != 0 : e.grp_ip.isipv6 == 0;
-	bool mac = !memcmp(e.grp_mac, f.grp_mac, 6);
-	bool grp = addr_eq(e.grp_ip, f.grp_ip, v6);
-	bool vm = e.vlan == vid;
-	bool hgu = e.port < 32 && PORT_TYPE[e.port] == JIX_PORT_TYPE_HYBRID_HGU;
-
-	switch (mode) {
-	case 0: return fam && (vm || hgu) && grp;
-	case 1: return mac;
-	case 2: return fam && grp && addr_eq(e.src_ip, f.src_ip, v6);
-	case 3: return mac && vm;
-	case 4: return fam && mac && grp;
-	case 5: return fam && vm && mac && grp;
-	}
-	return false;
+	if (frame && r.grp && (e.grp_ip.isipv6 != 0) != v6)
+		return false;
+	return (!r.vid || e.vlan == (frame ? vid : k.vlan) || hgu) &&
+	       (!r.mac || !memcmp(e.grp_mac, k.grp_mac, 6)) &&
+	       (!r.grp || addr_eq(e.grp_ip, k.grp_ip, v6)) &&
+	       (!r.src || addr_eq(e.src_ip, k.src_ip, v6));
 }
 
 class FdbIndex : public ModuleTest {
@@ -97,7 +83,7 @@ protected:
 			// Entry lookup: the oldest match of the key's port.
 			const igmp_fdb_entry *want = nullptr;
 			for (auto &e : list)
-				if (e.port == k.port && prog_match(e, k, mode)) {
+				if (e.port == k.port && match(e, k, mode)) {
 					want = &e;
 					break;
 				}
@@ -105,7 +91,7 @@ protected:
 			u64 want_mask = 0;
 			s32 want_flow = -7;
 			for (auto &e : list)
-				if (prog_match(e, k, mode)) {
+				if (match(e, k, mode)) {
 					want_mask |= jix_port_bit(e.port);
 					want_flow = e.flow_idx;
 				}
@@ -166,7 +152,7 @@ protected:
 		std::vector<igmp_fdb_entry> before = fdb_entries();
 		u64 want = 0;
 		for (auto &e : before)
-			if (fwd_match(e, f, vid, mode))
+			if (match(e, f, mode, true, vid))
 				want |= jix_port_bit(e.port);
 		Skb skb = skb_from(fr);
 		u64 got = 0;
@@ -175,7 +161,7 @@ protected:
 		std::vector<igmp_fdb_entry> after = fdb_entries();
 		ASSERT_EQ(before.size(), after.size());
 		for (size_t i = 0; i < before.size(); i++)
-			EXPECT_EQ(fwd_match(before[i], f, vid, mode) ? foe_next :
+			EXPECT_EQ(match(before[i], f, mode, true, vid) ? foe_next :
 				  before[i].flow_idx, after[i].flow_idx);
 	}
 

@@ -146,45 +146,45 @@ protected:
 	}
 };
 
-TEST_F(Faults, EntryAddThroughApi)
+bool add_api(const igmp_entry_info &e)
 {
-	add_sweep([](const igmp_entry_info &e) {
-		igmp_entry_info c = e;
-		return api(QUOR_MC_API_ENTRY_ADD, &c) == 2;
-	});
+	igmp_entry_info c = e;
+	return api(QUOR_MC_API_ENTRY_ADD, &c) == 2;
 }
 
-TEST_F(Faults, EntryAddThroughIoctl)
+bool add_ioctl(const igmp_entry_info &e)
 {
-	add_sweep([](const igmp_entry_info &e) {
-		igmp_entry_info c = e;
-		long r = host_chrdev_ioctl(QUOR_IGMP_MAJOR, 0, QUOR_IGMP_IOC_ADD_ENTRY,
-					   (unsigned long)&c);
-		EXPECT_TRUE(r == 0 || r == -1) << r;
-		return r == 0;
-	});
+	igmp_entry_info c = e;
+	long r = host_chrdev_ioctl(QUOR_IGMP_MAJOR, 0, QUOR_IGMP_IOC_ADD_ENTRY,
+				   (unsigned long)&c);
+	EXPECT_TRUE(r == 0 || r == -1) << r;
+	return r == 0;
 }
 
-TEST_F(Faults, EntryAddThroughProc)
+bool add_proc(const igmp_entry_info &)
 {
-	add_sweep([](const igmp_entry_info &) {
-		const char cmd[] = "add ipv4 239.1.1.1 01:00:5e:01:01:01 0 -1 0 0 0 0 0";
-		host_log_clear();
-		long r = host_proc_write(kFwd, cmd, sizeof(cmd) - 1);
-		EXPECT_EQ((long)sizeof(cmd) - 1, r);
-		return strstr(host_log_text(), "Add entry success!") != nullptr;
-	});
+	const char cmd[] = "add ipv4 239.1.1.1 01:00:5e:01:01:01 0 -1 0 0 0 0 0";
+	host_log_clear();
+	EXPECT_EQ((long)sizeof(cmd) - 1, host_proc_write(kFwd, cmd, sizeof(cmd) - 1));
+	return strstr(host_log_text(), "Add entry success!") != nullptr;
+}
+
+TEST_F(Faults, EntryAddThroughApiIoctlAndProc)
+{
+	for (auto add : { add_api, add_ioctl, add_proc })
+		add_sweep(add);
 }
 
 TEST_F(Faults, ClearByPortKeepsEverythingWhenACopyFails)
 {
 	std::string before;
 	long live = 0;
+	quor_igmp_set_filterMode(IGMP_FILTER_MAC_IP_VID);	/* VLANs count */
 	unsigned long sites = sweep<int>(
 		[&] {
 			clear_all();
 			for (const char *g : { "239.1.1.1", "239.1.1.2", "239.1.1.3" }) {
-				igmp_entry_info e = entry(1, g);
+				igmp_entry_info e = entry(1, g, 100);
 				ASSERT_EQ(2, api(QUOR_MC_API_ENTRY_ADD, &e));
 			}
 			igmp_entry_info o = entry(2, "239.1.1.1");
@@ -201,7 +201,7 @@ TEST_F(Faults, ClearByPortKeepsEverythingWhenACopyFails)
 				return;
 			}
 			EXPECT_EQ(2, r) << "k=" << k;
-			EXPECT_FALSE(listed(entry(1, "239.1.1.1"))) << "k=" << k;
+			EXPECT_FALSE(listed(entry(1, "239.1.1.1", 100))) << "k=" << k;
 			EXPECT_TRUE(listed(entry(2, "239.1.1.1"))) << "k=" << k;
 		});
 	EXPECT_GE(sites, 3u);
@@ -412,7 +412,10 @@ TEST_F(Faults, ModuleStart)
 		EXPECT_EQ(0u, host_chrdev_node_major("quor_igmp"));
 	}
 	/* A device that cannot be registered at all is logged as an error
-	 * and the module works without it. */
+	 * and the module works without it; stop leaves another driver's
+	 * device alone. */
+	static const struct file_operations other_fops{};
+	ASSERT_EQ(0, __register_chrdev(1, 0, QUOR_IGMP_MINORS, "other", &other_fops));
 	host_log_clear();
 	host_chrdev_fail_next(-EBUSY, 2);
 	ASSERT_EQ(0, init_module());
@@ -423,10 +426,13 @@ TEST_F(Faults, ModuleStart)
 	igmp_entry_info e = entry(1, "239.1.1.1");
 	EXPECT_EQ(2, api(QUOR_MC_API_ENTRY_ADD, &e));
 	cleanup_module();
+	EXPECT_TRUE(host_chrdev_registered(1));
+	__unregister_chrdev(1, 0, QUOR_IGMP_MINORS, "other");
 	/* A file start could not create is not removed at stop (the
 	 * kernel warns about removing a missing proc entry). */
 	host_proc_fail_next_create();
 	ASSERT_EQ(0, init_module());
+	EXPECT_EQ(std::string::npos, text("kv7730/jix_mc_acnt_mapping").find("239.1.1.1"));
 	EXPECT_EQ(4, host_proc_count());
 	EXPECT_FALSE(host_proc_exists("kv7730/jix_mc_hwnat_entry"));
 	EXPECT_TRUE(host_proc_exists("kv7730/jix_mc_port_type"));

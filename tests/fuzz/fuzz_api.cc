@@ -240,7 +240,4 @@ void op_api(fz::Input &in)
 
 } // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
-{
-	return fz::run_ops(data, size, kMaxOps, op_api);
-}
+FZ_HARNESS(kMaxOps, { op_api })

@@ -385,51 +385,19 @@ void op_env(fz::Input &in)
 	}
 }
 
+// A few entries first, so most frames meet a database.
+void prelude(fz::Input &in)
+{
+	for (unsigned int i = 0, n = in.u8() % 8; i < n; i++) {
+		igmp_entry_info e = fz::entry_from(in);
+		fz::api(QUOR_MC_API_ENTRY_ADD, &e);
+	}
+}
+
+void op_one_to_n(fz::Input &in) { op_vlan_api(in, QUOR_MC_API_VLAN_IS_ONE_TO_N); }
+void op_handle(fz::Input &in) { op_vlan_api(in, QUOR_MC_API_VLAN_HANDLE); }
+
 } // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
-{
-	fz::Input in(data, size);
-
-	fz::start(in);
-	/* A few entries first, so most frames meet a database. */
-	unsigned int pre = in.u8() % 8;
-	for (unsigned int i = 0; i < pre; i++) {
-		igmp_entry_info e = fz::entry_from(in);
-		quor_peer_mc mc{};
-		mc.api_function_id = QUOR_MC_API_ENTRY_ADD;
-		mc.param.ptr = &e;
-		fz::api_call(&mc);
-	}
-	for (unsigned int n = 0; n < kMaxOps && !in.empty(); n++) {
-		switch (in.u8() % 8) {
-		case 0:
-		case 1:
-		case 2:
-			op_interval(in);
-			break;
-		case 3:
-			op_vlan_api(in, QUOR_MC_API_VLAN_IS_ONE_TO_N);
-			break;
-		case 4:
-			op_vlan_api(in, QUOR_MC_API_VLAN_HANDLE);
-			break;
-		case 5:
-			op_driver_hooks(in);
-			break;
-		case 6:
-			op_control(in);
-			break;
-		default:
-			op_env(in);
-			break;
-		}
-		fz::check_quiet();
-	}
-	/* The listings of whatever state was reached. */
-	host_proc_read_all("kv7730/jix_mc_fwd_entry", 4096);
-	host_proc_read_all("kv7730/jix_mc_hwnat_entry", 4096);
-	host_proc_read_all("kv7730/jix_mc_acnt_mapping", 4096);
-	fz::stop();
-	return 0;
-}
+FZ_HARNESS(kMaxOps, { op_interval, op_interval, op_interval, op_one_to_n,
+		      op_handle, op_driver_hooks, op_control, op_env }, prelude)

@@ -195,7 +195,4 @@ void op_ioctl(fz::Input &in)
 
 } // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
-{
-	return fz::run_ops(data, size, kMaxOps, op_ioctl);
-}
+FZ_HARNESS(kMaxOps, { op_ioctl })

@@ -101,10 +101,7 @@ void populate(fz::Input &in)
 		e.grp_mac[0] = 0x01;
 		e.grp_mac[5] = (u8)i;
 		e.vlan_mode = i % 6;
-		quor_peer_mc mc{};
-		mc.api_function_id = QUOR_MC_API_ENTRY_ADD;
-		mc.param.ptr = &e;
-		fz::api_call(&mc);
+		fz::api(QUOR_MC_API_ENTRY_ADD, &e);
 	}
 }
 
@@ -218,27 +215,4 @@ void op_chunks(fz::Input &in)
 
 } // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
-{
-	fz::Input in(data, size);
-
-	fz::start(in);
-	populate(in);
-	for (unsigned int n = 0; n < kMaxOps && !in.empty(); n++) {
-		switch (in.u8() % 4) {
-		case 0:
-		case 1:
-			op_write(in);
-			break;
-		case 2:
-			op_read(in);
-			break;
-		default:
-			op_chunks(in);
-			break;
-		}
-		fz::check_quiet();
-	}
-	fz::stop();
-	return 0;
-}
+FZ_HARNESS(kMaxOps, { op_write, op_write, op_read, op_chunks }, populate)

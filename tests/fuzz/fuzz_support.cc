@@ -1,7 +1,13 @@
 // Shared set-up and checks of the fuzz harnesses (see fuzz_support.h).
+#include <dirent.h>
+#include <fstream>
+#include <iterator>
+
 #include "fuzz/fuzz_support.h"
 
+#include <algorithm>
 #include <cstring>
+#include <memory>
 #include "support/hwnat_check.h"
 #include "support/image_state.h"
 
@@ -165,15 +171,9 @@ void start(Input &in, bool choose_modes)
 	if (!choose_modes)
 		return;
 	u32 mode = in.u8() % 7;		/* 6: out of range, refused */
-	quor_peer_mc mc{};
-	mc.api_function_id = QUOR_MC_API_SET_FILTER_MODE;
-	mc.param.ptr = &mode;
-	api_call(&mc);
+	api(QUOR_MC_API_SET_FILTER_MODE, &mode);
 	u8 snoop = in.u8() & 1 ? 0 : 1;
-	mc = quor_peer_mc{};
-	mc.api_function_id = QUOR_MC_API_SET_SNOOPING;
-	mc.param.ptr = &snoop;
-	api_call(&mc);
+	api(QUOR_MC_API_SET_SNOOPING, &snoop);
 	uint8_t dbg = in.u8();
 	/* Mostly quiet; the traces and frame dumps now and then. */
 	quor_mc_debug_level = dbg < 0xe0 ? (dbg & 1) : (dbg & 7);
@@ -198,6 +198,10 @@ void check_quiet()
 
 void stop()
 {
+	/* The listings of whatever state was reached. */
+	host_proc_read_all("kv7730/jix_mc_fwd_entry", 4096);
+	host_proc_read_all("kv7730/jix_mc_hwnat_entry", 4096);
+	host_proc_read_all("kv7730/jix_mc_acnt_mapping", 4096);
 	check_quiet();
 	cleanup_module();
 	for (unsigned int i = 0; i < kDevNum; i++) {
@@ -263,14 +267,25 @@ igmp_entry_info entry_from(Input &in)
 	return out;
 }
 
-int run_ops(const uint8_t *data, size_t size, unsigned int max_ops,
-	    void (*op)(Input &in))
+int api(u32 id, void *ptr)
+{
+	quor_peer_mc mc{};
+
+	mc.api_function_id = id;
+	mc.param.ptr = ptr;
+	return api_call(&mc);
+}
+
+int run(const uint8_t *data, size_t size, unsigned int max_ops,
+	std::initializer_list<Op> ops, Op prelude)
 {
 	Input in(data, size);
 
 	start(in);
+	if (prelude)
+		prelude(in);
 	for (unsigned int n = 0; n < max_ops && !in.empty(); n++) {
-		op(in);
+		ops.begin()[ops.size() > 1 ? in.u8() % ops.size() : 0](in);
 		check_quiet();
 	}
 	stop();
@@ -278,3 +293,35 @@ int run_ops(const uint8_t *data, size_t size, unsigned int max_ops,
 }
 
 } // namespace fz
+
+#ifndef JIX_LIBFUZZER
+// Without libFuzzer: run the harness once per file in the directories (the
+// committed corpus) or files named, so seeds and past findings run as a
+// plain test.  Each input sits in a buffer exactly its own size.
+int main(int argc, char **argv)
+{
+	std::vector<std::string> names;
+
+	for (int i = 1; i < argc; i++) {
+		DIR *d = opendir(argv[i]);
+		if (!d)
+			names.push_back(argv[i]);
+		for (struct dirent *e; d && (e = readdir(d));)
+			if (e->d_name[0] != '.')
+				names.push_back(std::string(argv[i]) + "/" + e->d_name);
+		if (d)
+			closedir(d);
+	}
+	std::sort(names.begin(), names.end());
+	for (const auto &n : names) {
+		std::ifstream f(n, std::ios::binary);
+		FZ_CHECK(f, "cannot read %s", n.c_str());
+		std::vector<uint8_t> b((std::istreambuf_iterator<char>(f)), {});
+		std::unique_ptr<uint8_t[]> copy(new uint8_t[b.size() + !b.size()]);
+		std::copy(b.begin(), b.end(), copy.get());
+		LLVMFuzzerTestOneInput(copy.get(), b.size());
+	}
+	printf("replayed %zu inputs\n", names.size());
+	return names.empty();
+}
+#endif

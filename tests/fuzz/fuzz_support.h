@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <initializer_list>
 #include <string>
 #include <vector>
 
@@ -124,10 +125,15 @@ void start(Input &in, bool choose_modes = true);
 void check_quiet();
 // Stop the module and check that nothing is left behind.
 void stop();
-/* One input: start, up to @max_ops calls of @op while input is left (each
- * followed by the quiet-state checks), stop. */
-int run_ops(const uint8_t *data, size_t size, unsigned int max_ops,
-	    void (*op)(Input &in));
+// One API call with @ptr as its argument.
+int api(u32 id, void *ptr);
+
+using Op = void (*)(Input &in);
+/* One input: start, @prelude, up to @max_ops operations while input is
+ * left (one byte picks among @ops when there are several; each is followed
+ * by the quiet-state checks), stop. */
+int run(const uint8_t *data, size_t size, unsigned int max_ops,
+	std::initializer_list<Op> ops, Op prelude = nullptr);
 
 // A group vocabulary so that frames meet entries.
 extern const char *const kGroups4[];
@@ -139,3 +145,10 @@ constexpr unsigned int kGroupNum = 4;
 igmp_entry_info entry_from(Input &in);
 
 } // namespace fz
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size);
+
+// A harness's entry point: fz::run's arguments after the input.
+#define FZ_HARNESS(...) \
+	extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) \
+	{ return fz::run(data, size, __VA_ARGS__); }

@@ -14,43 +14,6 @@ bool p(std::vector<std::string> a, Command &c, std::string &err)
 	return parse(a, c, err);
 }
 
-TEST(McctlParse, AddWithAllFields)
-{
-	Command c;
-	std::string err;
-
-	ASSERT_TRUE(p({ "--dev", "/tmp/x", "add", "239.1.2.3", "01:00:5e:01:02:03", "2",
-			"100", "4", "8100", "64", "88a8", "5" }, c, err)) << err;
-	EXPECT_EQ(Op::Add, c.op);
-	EXPECT_EQ("/tmp/x", c.dev);
-	EXPECT_EQ(2, c.entry.port);
-	EXPECT_EQ(100, c.entry.vlan);
-	EXPECT_EQ(4u, c.entry.vlan_mode);
-	EXPECT_EQ(0x8100, c.entry.outer_tpid);
-	EXPECT_EQ(0x64, c.entry.outer_tci);
-	EXPECT_EQ(0x88a8, c.entry.inner_tpid);
-	EXPECT_EQ(5, c.entry.inner_tci);
-	EXPECT_EQ(0, c.entry.grp_ip.isipv6);
-	EXPECT_EQ(239, c.entry.grp_ip.addr[0]);
-	EXPECT_EQ(0, c.entry.grp_ip.addr[4]);
-	EXPECT_EQ(3, c.entry.grp_mac[5]);
-}
-
-TEST(McctlParse, DefaultsAndIpv6)
-{
-	Command c;
-	std::string err;
-
-	ASSERT_TRUE(p({ "del", "ff0e::1", "33:33:00:00:00:01", "16" }, c, err)) << err;
-	EXPECT_EQ(Op::Del, c.op);
-	EXPECT_EQ(-1, c.entry.vlan);
-	EXPECT_EQ(0u, c.entry.vlan_mode);
-	EXPECT_EQ(1, c.entry.grp_ip.isipv6);
-	EXPECT_EQ(0xff, c.entry.grp_ip.addr[0]);
-	EXPECT_EQ(1, c.entry.grp_ip.addr[15]);
-	EXPECT_EQ("/dev/quor_igmp", c.dev);
-}
-
 // Each bad input is refused with a message that names the bad word.
 TEST(McctlParse, BadInputNamesTheWord)
 {
@@ -98,7 +61,7 @@ TEST(McctlParse, BadInputNamesTheWord)
 	}
 }
 
-// Keyword and positional forms by name: port, mode, tags, derived MAC.
+// Keyword and positional forms: port, mode, tags, family, given or derived MAC.
 TEST(McctlParse, ByName)
 {
 	struct {
@@ -106,18 +69,21 @@ TEST(McctlParse, ByName)
 		unsigned port, mode;
 		int vlan;
 		uint16_t otpid, otci, itpid, itci;
-		uint8_t mac5;
+		uint8_t mac5, v6;
 	} cases[] = {
+		{ { "239.1.2.3", "01:00:5e:01:02:03", "2", "100", "4", "8100", "64", "88a8", "5" },
+		  2, 4, 100, 0x8100, 0x64, 0x88a8, 5, 3, 0 },
+		{ { "ff0e::1", "33:33:00:00:00:01", "16" }, 16, 0, -1, 0, 0, 0, 0, 1, 1 },
 		{ { "239.1.1.1", "port", "eth0.3", "vlan", "100", "mode", "add", "outer", "8100:300" },
-		  2, 4, 100, 0x8100, 300, 0x8100, 0x0fff, 1 },
+		  2, 4, 100, 0x8100, 300, 0x8100, 0x0fff, 1, 0 },
 		{ { "grp", "239.129.2.3", "port", "uxi7", "vid", "7", "mode", "replace-remark",
 		    "outer", "88a8:300:p5", "inner", "8100:0xffff" },
-		  31, 2, 7, 0x88a8, 0xa12c, 0x8100, 0xffff, 3 },
-		{ { "ff0e::1:abcd", "port", "pon", "mode", "strip" }, 32, 3, -1, 0, 0, 0, 0, 0xcd },
+		  31, 2, 7, 0x88a8, 0xa12c, 0x8100, 0xffff, 3, 0 },
+		{ { "ff0e::1:abcd", "port", "pon", "mode", "strip" }, 32, 3, -1, 0, 0, 0, 0, 0xcd, 1 },
 		{ { "239.1.1.1", "mac", "01:00:5e:00:00:09", "port", "nas10", "vlan", "untagged" },
-		  33, 0, -1, 0, 0, 0, 0, 9 },
+		  33, 0, -1, 0, 0, 0, 0, 9, 0 },
 		{ { "239.1.1.1", "01:00:5e:01:01:07", "ux3", "100", "add-remark", "8100", "12c" },
-		  19, 5, 100, 0x8100, 0x12c, 0, 0, 7 },
+		  19, 5, 100, 0x8100, 0x12c, 0, 0, 7, 0 },
 	};
 	Command c;
 	std::string err;
@@ -134,6 +100,8 @@ TEST(McctlParse, ByName)
 		EXPECT_EQ(k.itpid, e.inner_tpid);
 		EXPECT_EQ(k.itci, e.inner_tci);
 		EXPECT_EQ(k.mac5, e.grp_mac[5]);
+		EXPECT_EQ(k.v6, e.grp_ip.isipv6);
+		EXPECT_EQ(k.v6 ? 0xff : 239, e.grp_ip.addr[0]);
 	}
 	ASSERT_TRUE(p({ "add", "239.129.2.3", "port", "1" }, c, err));
 	EXPECT_EQ("01:00:5e:01:02:03", format_mac(c.entry.grp_mac));
@@ -148,7 +116,11 @@ TEST(McctlParse, QueriesAndSwitches)
 	Command c;
 	std::string err;
 
-	ASSERT_TRUE(p({ "show", "--port", "3", "--json" }, c, err));
+	ASSERT_TRUE(p({ "del", "ff0e::1", "33:33:00:00:00:01", "16" }, c, err)) << err;
+	EXPECT_EQ(Op::Del, c.op);
+	EXPECT_EQ("/dev/quor_igmp", c.dev);
+	ASSERT_TRUE(p({ "--dev", "/tmp/x", "show", "--port", "3", "--json" }, c, err));
+	EXPECT_EQ("/tmp/x", c.dev);
 	EXPECT_EQ(Op::Show, c.op);
 	EXPECT_EQ(3u, *c.port);
 	EXPECT_TRUE(c.json);

@@ -96,10 +96,12 @@ TEST_F(Vlan, TreatmentsOnFrameCopies)
 		{ "replace inner only", two, JIX_VLAN_REPLACE, 0xFFF, 100,
 		  frame({ { 0x8100, 0x0001 }, { 0x9100, 0x0064 } }) },
 		{ "replace untagged", none, JIX_VLAN_REPLACE, 10, 20, none },
-		{ "replace and remark whole TCIs", two_pri, JIX_VLAN_REPLACE_REMARK, 0xA00A, 0x6014,
-		  frame({ { 0x8100, 0xA00A }, { 0x8100, 0x6014 } }) },
+		{ "replace and remark whole TCIs", two_pri, JIX_VLAN_REPLACE_REMARK, 0xA00A, 0xE014,
+		  frame({ { 0x8100, 0xA00A }, { 0x8100, 0xE014 } }) },
 		{ "bad outer VID does not stop the inner", two_pri, JIX_VLAN_REPLACE_REMARK,
 		  0xAFFF, 0x6014, frame({ { 0x8100, 0x1064 }, { 0x8100, 0x6014 } }) },
+		{ "remark, inner VID not given", two_pri, JIX_VLAN_REPLACE_REMARK, 0xA00A, 0x6FFF,
+		  frame({ { 0x8100, 0xA00A }, { 0x8100, 0x0002 } }) },
 		{ "add: inner first, priority 0", none, JIX_VLAN_ADD, 0xA00A, 0x6014,
 		  frame({ { 0x8100, 10 }, { 0x8100, 20 } }) },
 		{ "add inner only", frame({ { 0x88a8, 7 } }), JIX_VLAN_ADD, 0xFFF, 20,
@@ -112,6 +114,11 @@ TEST_F(Vlan, TreatmentsOnFrameCopies)
 	};
 	for (auto &c : cases)
 		EXPECT_EQ(c.out, apply(c.in, c.mode, c.otci, c.itci)) << c.what;
+	// The exported remark call leaves a tag alone for a priority above 7.
+	sk_buff *skb = skb_of(two_pri);
+	jix_mcts_vlan_replace_and_remark(skb, 10, 20, 8, 3);
+	EXPECT_EQ(frame({ { 0x8100, 0x1064 }, { 0x8100, 0x6014 } }), bytes_of(skb));
+	kfree_skb(skb);
 }
 
 TEST_F(Vlan, StripRemovesOuterTagAndRecordsPriority)
@@ -158,57 +165,49 @@ TEST_F(Vlan, TruncatedFramesAreNeverReadPastTheirEnd)
 	}
 }
 
-struct Words {
-	u32 outer = 0, inner = 0;
-};
+using WordsFn = void (*)(u32 idx, const vlan_action *a, u32 *outer, u32 *inner);
 
-vlan_action act(u32 mode, u16 otci, u16 itci)
+void strip_words(u32 idx, const vlan_action *, u32 *outer, u32 *inner)
 {
-	vlan_action a{};
-	a.vlan_mode = mode;
-	a.outer_tci = otci;
-	a.inner_tci = itci;
-	return a;
+	quor_mcst_vlan_strip(idx, outer, inner);
 }
 
+// Flows 7 (0x8100 B064 over 0x88a8 1003), 3 (0x8100 0064) and 4 (0x88a8
+// 0001 over 0x8100 0002); words start as @o0 / @i0.
 TEST_F(Vlan, HardwareTagWords)
 {
 	flow(7, 2, 0x8100B064, 0x88a81003);
-	Words w;
-	auto a = act(1, 0x000A, 0x0014);
-	quor_mcst_vlan_replace(7, &a, &w.outer, &w.inner);
-	EXPECT_EQ(0x8100B00Au, w.outer);
-	EXPECT_EQ(0x88a81014u, w.inner);
-	a = act(2, 0xA00A, 0x6FFF); // inner VID not given: inner untouched
-	w = {};
-	quor_mcst_vlan_replace_and_remark(7, &a, &w.outer, &w.inner);
-	EXPECT_EQ((0x8100B00Au & 0xFFFF1FFFu) | 0xA000u, w.outer);
-	EXPECT_EQ(0u, w.inner);
-	w = {};
-	quor_mcst_vlan_replace(8, &a, &w.outer, &w.inner); // no such flow
-	EXPECT_EQ(0u, w.outer);
-
 	flow(3, 1, 0x81000064, 0);
-	w = {};
-	a = act(4, 0xFFF, 0x2014);
-	quor_mcst_vlan_add(3, &a, &w.outer, &w.inner);
-	EXPECT_EQ(0x81002014u, w.outer);
-	EXPECT_EQ(0x81000064u, w.inner);
-	a = act(5, 0xA00A, 0x2014);
-	quor_mcst_vlan_add_and_remark(3, &a, &w.outer, &w.inner);
-	EXPECT_EQ(0x8100A00Au, w.outer);
-	EXPECT_EQ(0x81002014u, w.inner);
-	w = { 1, 1 };
-	a = act(4, 0xFFF, 0xFFF);
-	quor_mcst_vlan_add(3, &a, &w.outer, &w.inner);
-	EXPECT_EQ(1u, w.outer); // nothing written
-	quor_mcst_vlan_strip(3, &w.outer, &w.inner);
-	EXPECT_EQ(0u, w.outer);
-	EXPECT_EQ(0u, w.inner);
 	flow(4, 2, 0x88a80001, 0x81000002);
-	quor_mcst_vlan_strip(4, &w.outer, &w.inner);
-	EXPECT_EQ(0x81000002u, w.outer);
-	EXPECT_EQ(0u, w.inner);
+	struct {
+		const char *what;
+		WordsFn fn;
+		u32 idx;
+		u16 otci, itci;
+		u32 o0, i0, outer, inner;
+	} cases[] = {
+		{ "replace VIDs", quor_mcst_vlan_replace, 7, 0x000A, 0x0014, 0, 0,
+		  0x8100B00A, 0x88a81014 },
+		{ "remark, inner VID not given", quor_mcst_vlan_replace_and_remark, 7,
+		  0xA00A, 0x6FFF, 0, 0, 0x8100B00A, 0 },
+		{ "replace, no such flow", quor_mcst_vlan_replace, 8, 0xA00A, 1, 0, 0, 0, 0 },
+		{ "add inner only", quor_mcst_vlan_add, 3, 0xFFF, 0x2014, 0, 0,
+		  0x81002014, 0x81000064 },
+		{ "add and remark", quor_mcst_vlan_add_and_remark, 3, 0xA00A, 0x2014, 0, 0,
+		  0x8100A00A, 0x81002014 },
+		{ "add, no VID given", quor_mcst_vlan_add, 3, 0xFFF, 0xFFF, 1, 1, 1, 1 },
+		{ "strip the only tag", strip_words, 3, 0, 0, 1, 1, 0, 0 },
+		{ "strip, inner moves out", strip_words, 4, 0, 0, 1, 1, 0x81000002, 0 },
+	};
+	for (auto &c : cases) {
+		vlan_action a{};
+		a.outer_tci = c.otci;
+		a.inner_tci = c.itci;
+		u32 o = c.o0, i = c.i0;
+		c.fn(c.idx, &a, &o, &i);
+		EXPECT_EQ(c.outer, o) << c.what;
+		EXPECT_EQ(c.inner, i) << c.what;
+	}
 }
 
 TEST_F(Vlan, LastFlowOfAnIndexWins)
@@ -249,27 +248,34 @@ igmp_entry_info entry_on(u8 port, u32 mode, u16 otci, u16 itci)
 
 TEST_F(Vlan, DoVlanUsesFirstMemberEntryAndCallsTheDriver)
 {
+	vlan_action a{};
+	EXPECT_EQ(0, quor_get_entry_vlan_action(~0ull, &a)); // empty database
 	flow(9, 1, 0x81000064, 0);
 	auto e1 = entry_on(1, JIX_VLAN_STRIP, 0, 0), e2 = entry_on(2, JIX_VLAN_ADD, 10, 0xFFF);
-	quor_igmp_add_entry(&e1);
-	quor_igmp_add_entry(&e2);
+	auto e3 = entry_on(6, 9, 0, 0), e4 = entry_on(4, JIX_VLAN_TRANSPARENT, 5, 6);
+	for (auto *e : { &e1, &e2, &e3, &e4 })
+		quor_igmp_add_entry(e);
 	hook_seen = {};
 	quor_mcst_do_vlan(9, 1u << 2); // no hook set: nothing happens
 	ux_sw_nat_hook_update_vlan = record_update_vlan;
-	quor_mcst_do_vlan(9, (1u << 2) | (1u << 1)); // port 1's entry comes first
-	EXPECT_EQ(1, hook_seen.calls);
-	EXPECT_EQ(9, hook_seen.index);
-	EXPECT_EQ(0u, hook_seen.outer);
-	quor_mcst_do_vlan(9, 1u << 2);
-	EXPECT_EQ(0x8100000Au, hook_seen.outer);
-	EXPECT_EQ(0x81000064u, hook_seen.inner);
-	quor_mcst_do_vlan(9, 1u << 5); // no member entry: no call
-	EXPECT_EQ(2, hook_seen.calls);
-	auto e3 = entry_on(6, 9, 0, 0); // unknown mode: flow left alone
-	quor_igmp_add_entry(&e3);
-	quor_mcst_do_vlan(9, 1u << 6);
-	EXPECT_EQ(2, hook_seen.calls);
-	vlan_action a{};
+	struct {
+		u64 mask;
+		int calls;
+		u32 outer, inner;
+	} cases[] = {
+		{ (1u << 2) | (1u << 1), 1, 0, 0 },		// port 1's entry first
+		{ 1u << 2, 2, 0x8100000A, 0x81000064 },
+		{ 1u << 5, 2, 0x8100000A, 0x81000064 },		// no member entry
+		{ 1u << 6, 2, 0x8100000A, 0x81000064 },		// unknown mode
+		{ 1u << 4, 3, 0x81000064, 0 },			// transparent: as learned
+	};
+	for (auto &c : cases) {
+		quor_mcst_do_vlan(9, c.mask);
+		EXPECT_EQ(c.calls, hook_seen.calls) << c.mask;
+		EXPECT_EQ(9, hook_seen.index);
+		EXPECT_EQ(c.outer, hook_seen.outer) << c.mask;
+		EXPECT_EQ(c.inner, hook_seen.inner) << c.mask;
+	}
 	EXPECT_EQ(1, quor_get_entry_vlan_action(1u << 6, &a));
 	EXPECT_EQ(9u, a.vlan_mode);
 	EXPECT_EQ(0, quor_get_entry_vlan_action(1u << 7, &a));
