@@ -388,10 +388,10 @@ static int probe_op(void)
 /* One call of the storm: step @i picks the operation and its entry. */
 static void probe_storm_step(unsigned int i)
 {
-	struct igmp_entry_info e, recs[8];
-	struct igmp_entry_get_req req;
+	struct quor_peer_entry e, recs[8];
+	struct quor_peer_get_req req;
 	struct sk_buff *skb;
-	struct mc_data mc;
+	struct quor_peer_mc mc;
 	unsigned int round = i / 16;
 	u32 mode = round & 8 ? 5 : 4;
 	u8 flag = !(round & 4);
@@ -409,13 +409,13 @@ static void probe_storm_step(unsigned int i)
 	mc.param.ptr = &e;
 	switch (i % 16) {
 	case 6: case 7:
-		mc.api_function_id = QUOR_MC_API_ENTRY_DEL;
+		mc.api_function_id = QUOR_PEER_OP_ENTRY_DEL;
 		break;
 	case 8: case 9:
-		mc.api_function_id = QUOR_MC_API_ENTRY_UPDATE;
+		mc.api_function_id = QUOR_PEER_OP_ENTRY_UPDATE;
 		break;
 	case 10:
-		mc.api_function_id = QUOR_MC_API_CLEAR_BY_PORT;
+		mc.api_function_id = QUOR_PEER_OP_CLEAR_BY_PORT;
 		mc.param.bytes[0] = e.port;
 		break;
 	case 11:
@@ -423,14 +423,14 @@ static void probe_storm_step(unsigned int i)
 		req.port_id = e.port;
 		req.entry_num = ARRAY_SIZE(recs);
 		req.entries = recs;
-		mc.api_function_id = QUOR_MC_API_ENTRY_GET;
+		mc.api_function_id = QUOR_PEER_OP_ENTRY_GET;
 		mc.param.ptr = &req;
 		break;
 	case 12:
 		skb = probe_stag_frame(e.grp_ip.addr, i);
 		if (!skb)
 			return;
-		mc.api_function_id = QUOR_MC_API_VLAN_HANDLE;
+		mc.api_function_id = QUOR_PEER_OP_VLAN_HANDLE;
 		mc.skb = skb;
 		local_bh_disable();
 		hook = probe_api(&mc, &result);
@@ -439,20 +439,20 @@ static void probe_storm_step(unsigned int i)
 			kfree_skb(skb);
 		return;
 	case 13:
-		mc.api_function_id = QUOR_MC_API_SET_FILTER_MODE;
+		mc.api_function_id = QUOR_PEER_OP_SET_FILTER_MODE;
 		mc.param.ptr = &mode;
 		break;
 	case 14:
-		mc.api_function_id = QUOR_MC_API_SET_SNOOPING;
+		mc.api_function_id = QUOR_PEER_OP_SET_SNOOPING;
 		mc.param.ptr = &flag;
 		break;
 	case 15:
-		mc.api_function_id = round & 3 ? QUOR_MC_API_GET_SNOOPING :
-						 QUOR_MC_API_CLEAR_ALL;
+		mc.api_function_id = round & 3 ? QUOR_PEER_OP_GET_SNOOPING :
+						 QUOR_PEER_OP_CLEAR_ALL;
 		mc.param.ptr = &flag;
 		break;
 	default:
-		mc.api_function_id = QUOR_MC_API_ENTRY_ADD;
+		mc.api_function_id = QUOR_PEER_OP_ENTRY_ADD;
 		break;
 	}
 	probe_api(&mc, &result);
