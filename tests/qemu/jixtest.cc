@@ -479,6 +479,8 @@ int cmd_json(char **want, int n)
 	}
 	printf("%d\n", count);
 	return count ? 0 : 1;
+}
+
 // ---- the concurrency storm ----
 
 const char kFwd[] = "/proc/kv7730/jix_mc_fwd_entry";
@@ -737,8 +739,7 @@ int usage()
 {
 	fprintf(stderr, "usage: jixtest veth NAME PEER | del NAME MAX_MS | "
 			"recv IF PORT MS [CMD...] | ioctl CMD [VALUE] | get PORT CAP ROOM | "
-			"json KEY=VALUE...\n");
-			"storm SECONDS\n");
+			"json KEY=VALUE... | storm SECONDS\n");
 	return 2;
 }
 
