@@ -106,6 +106,8 @@ void env_start()
 		host_netdev_register(d);
 		devs.push_back(d);
 	}
+	// The benchmarks fill the database up to 100,000 entries.
+	igmp_fdb_max_entries = 1u << 20;
 	if (init_module()) {
 		fprintf(stderr, "module start failed\n");
 		abort();

@@ -104,11 +104,14 @@ static bool jix_fwd_family(const struct igmp_fdb_entry *e,
 	return k->grp_ip.isipv6 ? e->grp_ip.isipv6 != 0 : e->grp_ip.isipv6 == 0;
 }
 
+/* Fixed lengths, so that the compiler compares in place. */
 static bool jix_fwd_addr_eq(const struct mc_ip_addr *a,
 			    const struct jix_fwd_key *k,
 			    const struct mc_ip_addr *b)
 {
-	return !memcmp(a->addr, b->addr, k->grp_ip.isipv6 ? 16 : 4);
+	if (k->grp_ip.isipv6)
+		return !memcmp(a->addr, b->addr, 16);
+	return !memcmp(a->addr, b->addr, 4);
 }
 
 static bool jix_fwd_vid(const struct igmp_fdb_entry *e,
@@ -263,13 +266,13 @@ static u64 jix_fwd_flood_mask(void)
 u64 jix_fwd_ports_and_actions(struct sk_buff *skb, const struct jix_pkt *pk,
 			      struct jix_port_actions *pa)
 {
-	struct igmp_fdb_entry *e, *found[32] = { NULL };
+	struct igmp_fdb_entry *e, *found[32];
 	struct igmp_entry_info key;
 	struct hlist_head *head;
 	struct jix_fwd_key k;
+	unsigned long todo;
+	u32 mode, h, have = 0;
 	u64 mask = 0;
-	u32 mode, h;
-	int p;
 
 	jix_fwd_key_of_pkt(pk, &k);
 	if (READ_ONCE(quor_mc_debug_level) >= JIX_DBG_TRACE)
@@ -285,33 +288,53 @@ u64 jix_fwd_ports_and_actions(struct sk_buff *skb, const struct jix_pkt *pk,
 	/*
 	 * One walk of the bucket: the entries the frame belongs to (member
 	 * ports, flow index) and, per port, the oldest entry of the frame's
-	 * key (its VLAN action), which lies in the same bucket.
+	 * key (its VLAN action), which lies in the same bucket.  found[p] is
+	 * valid only for the bits of @have.
 	 */
 	if (head) {
 		hlist_for_each_entry_rcu(e, head, hnode) {
+			u32 bit;
+
+			bool member;
+
 			if (READ_ONCE(e->hkey) != h)
 				continue;
-			if (jix_fwd_match(e, &k, mode)) {
+			member = jix_fwd_match(e, &k, mode);
+			if (member) {
 				mask |= jix_port_bit(e->port);
 				if (READ_ONCE(e->flow_idx) != k.flow_idx)
 					WRITE_ONCE(e->flow_idx, k.flow_idx);
 			}
-			if (e->port >= 32 || (found[e->port] &&
-					      found[e->port]->seq < e->seq))
+			if (e->port >= 32)
 				continue;
+			bit = 1U << e->port;
+			if ((have & bit) && found[e->port]->seq < e->seq)
+				continue;
+			/*
+			 * A member is also an entry of the frame's key, unless
+			 * it is a hybrid HGU port's entry of another VLAN; an
+			 * entry of another address family can be one without
+			 * being a member.
+			 */
 			key.port = e->port;
-			if (igmp_entry_matches(e, &key, mode))
-				found[e->port] = e;
+			if (!(member && (mode != IGMP_FILTER_IP_VID ||
+					 e->vlan == k.vid)) &&
+			    !igmp_entry_matches(e, &key, mode))
+				continue;
+			found[e->port] = e;
+			have |= bit;
 		}
 	}
 	if (!READ_ONCE(igmp_snooping_enable))
 		mask |= jix_fwd_flood_mask();
-	for (p = 0; p < 32; p++) {
-		if (!found[p] || !((mask >> p) & 1))
-			continue;
+	todo = have & (u32)mask;
+	while (todo) {
+		unsigned int p = __ffs(todo);
+
+		todo &= todo - 1;
 		jix_vlan_action_of(found[p], &pa->act[p]);
-		pa->found |= 1U << p;
 	}
+	pa->found = have & (u32)mask;
 	rcu_read_unlock();
 	return mask;
 }

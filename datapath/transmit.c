@@ -89,24 +89,30 @@ static u32 jix_xpon_port_mode(unsigned long port, const struct vlan_action *act)
 	return act->vlan_mode;
 }
 
+static noinline void jix_xpon_vlan_trace(u32 mode, const struct vlan_action *act,
+					 int ret)
+{
+	printk("[%s]jix_xpon_data_vlan_handle: ret:%d\n", jix_vh_name, ret);
+	printk("[%s]vlanMode = %d\n", jix_vh_name, mode);
+	printk("[%s]outerVlan = %lu\n", jix_vh_name,
+	       (unsigned long)(act->outer_tci & JIX_VID_NONE));
+	printk("[%s]outerTci = %lu\n", jix_vh_name,
+	       (unsigned long)(act->outer_tci >> 13));
+	printk("[%s]innerVlan = %lu\n", jix_vh_name,
+	       (unsigned long)(act->inner_tci & JIX_VID_NONE));
+	printk("[%s]innerTci = %lu\n", jix_vh_name,
+	       (unsigned long)(act->inner_tci >> 13));
+}
+
 /* Apply @act, the port's action as its lookup answered (@ret), to @skb. */
 static void jix_xpon_data_vlan_apply(struct sk_buff *skb, unsigned long port,
-				     const struct vlan_action *pact, int ret)
+				     const struct vlan_action *act, int ret)
 {
-	struct vlan_action act = *pact;
-	u32 mode = jix_xpon_port_mode(port, &act);
+	u32 mode = jix_xpon_port_mode(port, act);
 
-	jix_dbg(JIX_DBG_TRACE, "[%s]jix_xpon_data_vlan_handle: ret:%d\n", jix_vh_name, ret);
-	jix_dbg(JIX_DBG_TRACE, "[%s]vlanMode = %d\n", jix_vh_name, mode);
-	jix_dbg(JIX_DBG_TRACE, "[%s]outerVlan = %lu\n", jix_vh_name,
-		(unsigned long)(act.outer_tci & JIX_VID_NONE));
-	jix_dbg(JIX_DBG_TRACE, "[%s]outerTci = %lu\n", jix_vh_name,
-		(unsigned long)(act.outer_tci >> 13));
-	jix_dbg(JIX_DBG_TRACE, "[%s]innerVlan = %lu\n", jix_vh_name,
-		(unsigned long)(act.inner_tci & JIX_VID_NONE));
-	jix_dbg(JIX_DBG_TRACE, "[%s]innerTci = %lu\n", jix_vh_name,
-		(unsigned long)(act.inner_tci >> 13));
-	jix_vlan_apply(skb, mode, act.outer_tci, act.inner_tci);
+	if (unlikely(READ_ONCE(quor_mc_debug_level) >= JIX_DBG_TRACE))
+		jix_xpon_vlan_trace(mode, act, ret);
+	jix_vlan_apply(skb, mode, act->outer_tci, act->inner_tci);
 }
 
 int jix_xpon_data_vlan_handle(struct sk_buff *skb, unsigned long port)
@@ -123,49 +129,60 @@ int jix_xpon_data_vlan_handle(struct sk_buff *skb, unsigned long port)
 
 /*
  * Send @copy on port @p when its device is present and up; consumes it.
- * The device pointer is used under RCU: the port map releases a device
- * only after a grace period, so no reference of our own is needed.  The
- * port counts the copy only when the device took it.
+ * Caller holds rcu_read_lock: the port map releases a device only after a
+ * grace period, so no reference of our own is needed.  The port counts
+ * the copy only when the device took it.
  */
 static void jix_xpon_xmit_copy(struct sk_buff *copy, u8 p)
 {
-	struct net_device *dev;
+	struct net_device *dev = get_dev_by_port(p);
 	unsigned int len;
 
-	rcu_read_lock();
-	dev = get_dev_by_port(p);
 	if (!dev || !(READ_ONCE(dev->flags) & IFF_UP)) {
-		rcu_read_unlock();
-		jix_dbg(JIX_DBG_TRACE, "[%s]dev = NULL\n", "jix_xpon_fwd_data_to_port");
+		jix_dbg(JIX_DBG_TRACE, "[%s]dev = NULL\n", jix_fwd_name);
 		kfree_skb(copy);
 		return;
 	}
-	jix_dbg(JIX_DBG_TRACE, "[%s]dev name = %s\n", "jix_xpon_fwd_data_to_port",
-		dev->name);
+	jix_dbg(JIX_DBG_TRACE, "[%s]dev name = %s\n", jix_fwd_name, dev->name);
 	copy->dev = dev;
 	len = copy->len;
 	if (jix_dev_xmit(copy) == 0)
 		set_sw_cnt_by_port(p, len);
-	rcu_read_unlock();
 }
 
 /* The action of a port without an entry. */
 static const struct vlan_action jix_no_action;
 
-/* A clone when @p's treatment keeps the bytes, else a private copy. */
+/*
+ * @p's copy of @skb with the port's treatment: a clone when the treatment
+ * keeps the bytes (nothing to apply), else a private copy it is applied to.
+ */
 static struct sk_buff *jix_xpon_port_copy(struct sk_buff *skb, u8 p,
-					  const struct vlan_action *act)
+					  const struct vlan_action *act,
+					  bool found)
 {
-	if (jix_vlan_keeps(skb, jix_xpon_port_mode(p, act), act->outer_tci,
-			   act->inner_tci))
-		return skb_clone(skb, GFP_ATOMIC);
-	return skb_copy(skb, GFP_ATOMIC);
+	u32 mode = jix_xpon_port_mode(p, act);
+	bool keeps = jix_vlan_keeps(skb, mode, act->outer_tci, act->inner_tci);
+	struct sk_buff *copy;
+
+	copy = keeps ? skb_clone(skb, GFP_ATOMIC) : skb_copy(skb, GFP_ATOMIC);
+	if (!copy)
+		return NULL;
+	if (unlikely(READ_ONCE(quor_mc_debug_level) >= JIX_DBG_TRACE)) {
+		printk("[%s]data_vlan_handle: port id = %lu\n", jix_vh_name,
+		       (unsigned long)p);
+		jix_xpon_vlan_trace(mode, act, found ? 1 : -1);
+	}
+	if (!keeps)
+		jix_vlan_apply(copy, mode, act->outer_tci, act->inner_tci);
+	return copy;
 }
 
 /* One copy per port of @mask; actions from @pa, or looked up per copy. */
 static int jix_xpon_fwd(struct sk_buff *skb, u64 mask,
 			const struct jix_port_actions *pa)
 {
+	unsigned long todo = (u32)mask;
 	int count = jix_port_count(mask);
 	const struct vlan_action *act;
 	struct sk_buff *copy;
@@ -173,11 +190,10 @@ static int jix_xpon_fwd(struct sk_buff *skb, u64 mask,
 	u8 p;
 
 	jix_dbg(JIX_DBG_TRACE, "[%s]interfacecount=%d\n", jix_fwd_name, count);
-	for (p = 0; p < 32; p++) {
-		if (!((mask >> p) & 1))
-			continue;
-		if (--count < 0)
-			break;
+	rcu_read_lock();
+	/* Ports 0 to 31 in order, each set bit using up one of @count. */
+	for (; todo && --count >= 0; todo &= todo - 1) {
+		p = (u8)__ffs(todo);
 		if (!pa) {
 			/* The query relay: its actions are looked up per copy. */
 			copy = skb_copy(skb, GFP_ATOMIC);
@@ -189,14 +205,11 @@ static int jix_xpon_fwd(struct sk_buff *skb, u64 mask,
 		}
 		found = (pa->found >> p) & 1;
 		act = found ? &pa->act[p] : &jix_no_action;
-		copy = jix_xpon_port_copy(skb, p, act);
-		if (!copy)
-			continue;
-		jix_dbg(JIX_DBG_TRACE, "[%s]data_vlan_handle: port id = %lu\n",
-			"jix_xpon_data_vlan_handle", (unsigned long)p);
-		jix_xpon_data_vlan_apply(copy, p, act, found ? 1 : -1);
-		jix_xpon_xmit_copy(copy, p);
+		copy = jix_xpon_port_copy(skb, p, act, found);
+		if (copy)
+			jix_xpon_xmit_copy(copy, p);
 	}
+	rcu_read_unlock();
 	return 0;
 }
 

@@ -196,7 +196,9 @@ void igmp_fdb_unlink_all(struct list_head *to)
 static bool igmp_addr_eq(const struct mc_ip_addr *a, const struct mc_ip_addr *b,
 			 const struct igmp_entry_info *key)
 {
-	return !memcmp(a->addr, b->addr, key->grp_ip.isipv6 ? 16 : 4);
+	if (key->grp_ip.isipv6)
+		return !memcmp(a->addr, b->addr, 16);
+	return !memcmp(a->addr, b->addr, 4);
 }
 
 static bool igmp_grp_eq(const struct igmp_fdb_entry *e,

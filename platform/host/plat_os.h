@@ -658,6 +658,7 @@ void __unregister_chrdev(unsigned int major, unsigned int baseminor,
 /* ---- bit counting ---- */
 static inline unsigned int hweight32(u32 w) { return (unsigned int)__builtin_popcount(w); }
 static inline unsigned int hweight64(u64 w) { return (unsigned int)__builtin_popcountll(w); }
+static inline unsigned long __ffs(unsigned long w) { return (unsigned long)__builtin_ctzl(w); }
 
 /* ---- RCU ---- */
 /*
