@@ -47,8 +47,11 @@ std::string addr(const u8 *a, bool v6)
 	return buf;
 }
 
+// A tracepoint that is off costs a test, as the kernel's static key does.
 void record(const char *event, int index, const u8 *grp, bool v6, u64 mask, int vid)
 {
+	if (!trace_on.load(std::memory_order_relaxed))
+		return;
 	emit(event, "group=%s index=%d mask=0x%llx vid=%d", addr(grp, v6).c_str(), index,
 	     (unsigned long long)mask, vid);
 }
@@ -90,6 +93,8 @@ void trace_jix_mc_drop_del(int index, const u8 *grp, bool v6, u64 mask, int vid)
 
 void trace_jix_mc_query_relay(int ingress, u64 ports)
 {
+	if (!trace_on.load(std::memory_order_relaxed))
+		return;
 	emit("jix_mc_query_relay", "ingress=%d ports=0x%llx", ingress, (unsigned long long)ports);
 }
 
@@ -97,7 +102,7 @@ void trace_jix_mc_table_full(const u8 *grp, int id)
 {
 	static const u8 zero[12] = {};
 
-	if (id < 0)
+	if (id < 0 && trace_on.load(std::memory_order_relaxed))
 		emit("jix_mc_table_full", "group=%s",
 		     addr(grp, memcmp(grp + 4, zero, sizeof(zero)) != 0).c_str());
 }
