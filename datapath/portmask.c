@@ -272,12 +272,12 @@ u64 jix_fwd_ports_and_actions(struct sk_buff *skb, const struct jix_pkt *pk,
 	struct jix_fwd_key k;
 	unsigned long todo;
 	u32 mode, h, have = 0;
+	bool have_key = false;
 	u64 mask = 0;
 
 	jix_fwd_key_of_pkt(pk, &k);
 	if (READ_ONCE(quor_mc_debug_level) >= JIX_DBG_TRACE)
 		jix_fwd_print_key("igmp_get_fwd_portmask", &k, false);
-	jix_xpon_port_key_of_pkt(pk, &key);
 	pa->found = 0;
 
 	rcu_read_lock();
@@ -316,11 +316,15 @@ u64 jix_fwd_ports_and_actions(struct sk_buff *skb, const struct jix_pkt *pk,
 			 * entry of another address family can be one without
 			 * being a member.
 			 */
-			key.port = e->port;
 			if (!(member && (mode != IGMP_FILTER_IP_VID ||
-					 e->vlan == k.vid)) &&
-			    !igmp_entry_matches(e, &key, mode))
-				continue;
+					 e->vlan == k.vid))) {
+				if (!have_key)
+					jix_xpon_port_key_of_pkt(pk, &key);
+				have_key = true;
+				key.port = e->port;
+				if (!igmp_entry_matches(e, &key, mode))
+					continue;
+			}
 			found[e->port] = e;
 			have |= bit;
 		}
