@@ -7,12 +7,13 @@
 #   make host    build the host library, tests and tools
 #   make test    run the host tests
 #   make test-stats lines of code, lines of tests and their ratio
+#   make bench   host benchmarks (docs/PERFORMANCE.md); make bench-instr: in instructions
 #   make install the modules and mcctl (DESTDIR, PREFIX); make dkms: through DKMS
 
 BUILD ?= build
 CMAKE_FLAGS ?= -DCMAKE_BUILD_TYPE=RelWithDebInfo
 
-.PHONY: all check deps host test test-stats sanitize fuzz fuzz-build fuzz-smoke bench run run-host clean
+.PHONY: all check deps host test test-stats sanitize fuzz fuzz-build fuzz-smoke bench bench-instr run run-host clean
 
 all: host module
 
@@ -90,6 +91,13 @@ bench:
 		-DCMAKE_CXX_FLAGS_RELEASE="-O2 -DNDEBUG"
 	ninja -C $(BENCH_BUILD) jix_bench
 	set -f; $(BENCH_BUILD)/bench/jix_bench $$BENCH_ARGS
+
+# The handler against its bare baseline in instructions per frame
+# (callgrind), a figure the machine's load does not move.
+bench-instr:
+	$(MAKE) bench BENCH_ARGS=--benchmark_filter=none > /dev/null
+	command -v callgrind_annotate > /dev/null || apt-get install -y -q valgrind
+	bench/instr.sh $(BENCH_BUILD)/bench/jix_bench
 
 check: deps
 	$(MAKE) host
