@@ -10,24 +10,34 @@ bin=${1:-build-bench/bench/jix_bench}
 out=$(mktemp -d)
 trap 'rm -rf "$out"' EXIT
 
-# "IR CALLS" of function @2: inclusive instructions, and calls counted
-# from callgrind's caller tree.
+# "IR CALLS" of function @2: its inclusive instructions (callgrind_annotate)
+# and its calls, summed over the call sites in callgrind's own file
+# (cfn= names the callee, by "(id) name" the first time and "(id)" after).
 cost() {
-	callgrind_annotate --inclusive=yes --tree=caller "$1" 2>/dev/null |
-	awk -v fn="$2" '
-	/^ *[0-9,]+ .*< / { if (match($0, /\(([0-9,]+)x\)/)) {
-		c = substr($0, RSTART + 1, RLENGTH - 3); gsub(",", "", c); calls += c }
-		next }
-	/^ *[0-9,]+ .*\* / { if (index($0, ":" fn "(") && !done) {
-		ir = $1; gsub(",", "", ir); done = 1; print ir, calls }
-		calls = 0; next }
-	/^$/ { calls = 0 }'
+	local ir calls
+	ir=$(callgrind_annotate --inclusive=yes "$1" 2>/dev/null |
+		awk -v fn="$2" '(index($0, ":" fn "(") || index($0, ":" fn " [")) {
+			gsub(/,/, "", $1); print $1; exit }')
+	calls=$(awk -v fn="$2" '
+		/^c?fn=\([0-9]+\) / { id = $1; sub(/^c?fn=/, "", id)
+			name = substr($0, index($0, ") ") + 2); if (name == fn || index(name, fn "(") == 1) want[id] = 1 }
+		/^cfn=/ { id = $1; sub(/^cfn=/, "", id); callee = id }
+		/^calls=/ { if (callee in want) { n = $1; sub(/^calls=/, "", n); total += n } }
+		END { print total + 0 }' "$1")
+	echo "$ir $calls"
 }
 
 run() {
 	valgrind --tool=callgrind --callgrind-out-file="$out/$1" "$bin" \
 		--benchmark_filter="^$1/mode:4/entries:10000/" \
 		--benchmark_min_time=0.01 > /dev/null 2>&1
+}
+
+# One add/delete pass of @1 entries.
+run_add() {
+	JIX_BENCH_SLOW_REPS=1 valgrind --tool=callgrind --callgrind-out-file="$out/add$1" "$bin" \
+		--benchmark_filter="^add_delete/entries:$1/" \
+		> /dev/null 2>&1
 }
 
 # Instructions of @2 over the frames @3 was called for.  The handler's
@@ -50,3 +60,13 @@ echo "instructions per frame (callgrind), mode 4, 10,000 entries, 4 transparent 
 printf '  handler (per-packet hook)  %6d\n' "$h"
 printf '  bare (4 clones sent)       %6d\n' "$b"
 awk -v h="$h" -v b="$b" 'BEGIN { printf "  ratio                      %6.2f   (target <= 1.2)\n", h / b }'
+
+run_add 10000
+run_add 100000
+a1=$(cost "$out/add10000" quor_mc_hook_entry_add)
+a2=$(cost "$out/add100000" quor_mc_hook_entry_add)
+echo "adding N entries through API operation 4 (callgrind), mode 4"
+printf '  N = 10,000: %d instructions per entry\n' $(( ${a1%% *} / ${a1#* } ))
+printf '  N = 100,000: %d instructions per entry\n' $(( ${a2%% *} / ${a2#* } ))
+awk -v a="${a1%% *}" -v b="${a2%% *}" -v ca="${a1#* }" -v cb="${a2#* }" \
+	'BEGIN { printf "  instructions(100,000) / instructions(10,000) = %.1f   (target <= 12, linear 10)\n", (b / cb * 100000) / (a / ca * 10000) }'
