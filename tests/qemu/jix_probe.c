@@ -12,7 +12,8 @@
  *             destination (negative: frames have none)
  *   answer    what "is this still a multicast / drop entry?" answers
  *   cmd       write one request, read back its outcome:
- *     add GROUP PORT VLAN MODE OTPID OTCI  API add  -> "hook=H result=R"
+ *     add PORT MODE OTCI  API add of 239.10.10.10 in VLAN 100 on PORT, outer
+ *                       tag 0x8100 with OTCI -> "hook=H result=R"
  *     xmit PORT LEN     API transmit of the test frame -> "hook=H result=R"
  *     find INDEX        the module's record of a flow, read at the driver's
  *                       offsets -> "index=I mask=0xM" or "none"
@@ -26,7 +27,6 @@
  * Records are filled as the peers lay them out (quor_peer.h).
  */
 #include <linux/delay.h>
-#include <linux/inet.h>
 #include <linux/kthread.h>
 #include <linux/module.h>
 #include <linux/skbuff.h>
@@ -171,42 +171,35 @@ static void probe_find(int index, char *out, size_t n)
 
 /* ---- the storm ---- */
 
-/* One API call of step @i: operations 3 to 13 in turn. */
+/*
+ * One API call of step @i: operations 3 to 13 in turn.  Operations 10 to
+ * 13 read or write @v, the filter mode as u32 or the flag as its low byte.
+ */
 static void probe_storm_api(unsigned int i)
 {
 	u8 grp[4] = { 239, 20, 0, 1 + (i * 7) % 8 };
+	unsigned int op = QUOR_PEER_OP_VLAN_HANDLE + i % 11;
 	struct quor_peer_entry e, recs[8];
 	struct quor_peer_get_req req = { .entries = recs, .entry_num = 8 };
-	struct quor_peer_mc mc = { .param.ptr = &e };
-	u32 mode = i & 0x80 ? 5 : 4;
-	u8 flag = !(i & 0x40);
+	struct quor_peer_mc mc = { .api_function_id = op };
+	u32 v = op <= QUOR_PEER_OP_GET_FILTER_MODE ? 4 + !!(i & 0x80) : !(i & 0x40);
 
 	probe_entry(&e, grp, (i / 3) % 4);
 	e.vlan_mode = i & 1 ? 3 : 0;
-	mc.api_function_id = QUOR_PEER_OP_VLAN_HANDLE + i % 11;
-	switch (mc.api_function_id) {
-	case QUOR_PEER_OP_VLAN_HANDLE:
-		mc.skb = probe_frame(grp[3], 0x0100);
-		if (mc.skb && probe_api(&mc) != 1)
-			kfree_skb(mc.skb);	/* no operation ran: still ours */
-		return;
-	case QUOR_PEER_OP_CLEAR_BY_PORT:
+	req.port_id = e.port;
+	mc.param.ptr = op <= QUOR_PEER_OP_ENTRY_UPDATE ? (void *)&e :
+		       op == QUOR_PEER_OP_ENTRY_GET ? (void *)&req : &v;
+	if (op == QUOR_PEER_OP_CLEAR_BY_PORT) {
+		mc.param.ptr = NULL;
 		mc.param.bytes[0] = e.port;
-		break;
-	case QUOR_PEER_OP_ENTRY_GET:
-		req.port_id = e.port;
-		mc.param.ptr = &req;
-		break;
-	case QUOR_PEER_OP_SET_FILTER_MODE:
-	case QUOR_PEER_OP_GET_FILTER_MODE:
-		mc.param.ptr = &mode;
-		break;
-	case QUOR_PEER_OP_SET_SNOOPING:
-	case QUOR_PEER_OP_GET_SNOOPING:
-		mc.param.ptr = &flag;
-		break;
 	}
-	probe_api(&mc);
+	if (op == QUOR_PEER_OP_VLAN_HANDLE) {
+		mc.skb = probe_frame(grp[3], 0x0100);
+		if (!mc.skb)
+			return;
+	}
+	if (probe_api(&mc) != 1 && mc.skb)
+		kfree_skb(mc.skb);	/* no operation ran: still ours */
 }
 
 /* The engine's side: look-ups and a bound flow reported every 4th round. */
@@ -254,18 +247,15 @@ static int probe_cmd_set(const char *val, const struct kernel_param *kp)
 {
 	struct quor_peer_mc mc = {};
 	struct quor_peer_entry e;
-	uint a, b, c, d, f;
-	char grp[20];
-	u8 ip[4];
+	static const u8 grp[4] = { 239, 10, 10, 10 };
+	uint a, b, c;
 	int hook;
 
-	if (sscanf(val, "add %19s %u %u %u %x %x", grp, &a, &b, &c, &d, &f) == 6 &&
-	    in4_pton(grp, -1, ip, -1, NULL)) {
-		probe_entry(&e, ip, a);
-		e.vlan = b;
-		e.vlan_mode = c;
-		e.outer_tpid = d;
-		e.outer_tci = f;
+	if (sscanf(val, "add %u %u %x", &a, &b, &c) == 3) {
+		probe_entry(&e, grp, a);
+		e.vlan_mode = b;
+		e.outer_tpid = ETH_P_8021Q;
+		e.outer_tci = c;
 		mc.api_function_id = QUOR_PEER_OP_ENTRY_ADD;
 		mc.param.ptr = &e;
 		hook = probe_api(&mc);
@@ -277,10 +267,7 @@ static int probe_cmd_set(const char *val, const struct kernel_param *kp)
 	} else if (sscanf(val, "storm %u", &a) == 1 && !storm_task) {
 		storm_end = jiffies + msecs_to_jiffies(a);
 		storm_task = kthread_run(probe_storm, NULL, "jix_probe_storm");
-		if (!IS_ERR(storm_task))
-			return 0;
-		storm_task = NULL;
-		return -ENOMEM;
+		return PTR_ERR_OR_ZERO(storm_task);
 	} else {
 		return -EINVAL;
 	}
@@ -319,7 +306,7 @@ static int __init jix_probe_init(void)
 /* Unloaded after jix_xpon_multicast, whose timers call the driver. */
 static void __exit jix_probe_exit(void)
 {
-	if (storm_task)
+	if (!IS_ERR_OR_NULL(storm_task))
 		kthread_stop(storm_task);
 	probe_hooks(false);
 	synchronize_rcu();	/* callers run in softirq context */

@@ -51,16 +51,9 @@ timeout_s=${QEMU_TIMEOUT:-$((guard_s + 120))}
 start=$SECONDS
 
 say() { echo "qemu-$arch: $*"; }
-die() {
-	echo "qemu-$arch: $*" >&2
-	exit 1
-}
+die() { echo "qemu-$arch: $*" >&2 && exit 1; }
 # Run a step quietly; show its output only when it fails.
-quiet() {
-	local what=$1
-	shift
-	"$@" > "$work/step.log" 2>&1 || { cat "$work/step.log" >&2 && die "$what failed"; }
-}
+quiet() { "${@:2}" > "$work/step.log" 2>&1 || { cat "$work/step.log" >&2 && die "$1 failed"; }; }
 apt_install() {
 	say "installing $*"
 	export DEBIAN_FRONTEND=noninteractive
@@ -83,8 +76,7 @@ kver=$(ls -d /usr/src/linux-headers-*-amd64 2> /dev/null | sort -V | tail -n 1)
 kver=${kver#/usr/src/linux-headers-}
 kver=${kver%-amd64}
 [ -n "$kver" ] || die "no /usr/src/linux-headers-*-amd64: install linux-headers-amd64"
-need cpio cpio
-need gzip gzip
+for c in cpio gzip; do need $c $c; done
 
 if [ "$arch" = x86_64 ]; then
 	need qemu-system-x86_64 qemu-system-x86
@@ -96,8 +88,7 @@ if [ "$arch" = x86_64 ]; then
 	busybox=/bin/busybox
 	dpkg-query -W -f='${Status}' busybox-static 2> /dev/null | grep -q 'ok installed' ||
 		apt_install busybox-static
-	cxx=g++
-	kvars=()
+	cross=
 	qemu=(qemu-system-x86_64 -accel tcg -smp 2 -m 512)
 	console=ttyS0
 	say "building the modules (make module)"
@@ -141,8 +132,7 @@ else
 			done; rm -f ./*.deb) > "$work/fetch.log" 2>&1
 		[ -f "$busybox" ] && [ -f "$kimage" ] || { cat "$work/fetch.log" >&2 && die "could not fetch ${pkgs[*]} (arm64)"; }
 	fi
-	cxx=aarch64-linux-gnu-g++
-	kvars=(ARCH=arm64 CROSS_COMPILE=aarch64-linux-gnu-)
+	cross=aarch64-linux-gnu-
 	# KASAN's shadow and kmemleak's bookkeeping need room.
 	mem=512
 	[ -z "$debug" ] || mem=1024
@@ -163,11 +153,11 @@ say "building jix_probe.ko, jixtest and mcctl"
 probe=$work/probe
 rm -rf "$probe" && mkdir -p "$probe" && cp "$here/jix_probe.c" "$here/Kbuild" "$probe/"
 quiet "jix_probe.ko build" make -C "$kdir" M="$probe" JIX_ROOT="$root" \
-	KBUILD_EXTRA_SYMBOLS="$root/Module.symvers" "${kvars[@]}" modules
+	KBUILD_EXTRA_SYMBOLS="$root/Module.symvers" ${cross:+ARCH=arm64 CROSS_COMPILE=$cross} modules
 cp "$probe/jix_probe.ko" "$rootfs/lib/jix/"
-quiet "jixtest build" "$cxx" -static -O2 -std=c++17 -Wall -Wextra -Werror -pthread \
+quiet "jixtest build" "${cross}g++" -static -O2 -std=c++17 -Wall -Wextra -Werror -pthread \
 	-I"$root/platform" -o "$rootfs/bin/jixtest" "$here/jixtest.cc"
-quiet "mcctl build" "$cxx" -static -O2 -std=c++17 -I"$root/tools/mcctl" -I"$root/include" \
+quiet "mcctl build" "${cross}g++" -static -O2 -std=c++17 -I"$root/tools/mcctl" -I"$root/include" \
 	-o "$rootfs/bin/mcctl" "$root/tools/mcctl/main.cc" "$root/tools/mcctl/mcctl_lib.cc"
 cp "$busybox" "$rootfs/bin/busybox"
 init=$here/guest-init.sh
