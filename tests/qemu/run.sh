@@ -128,8 +128,8 @@ else
 				{ apt-get "${o[@]}" update && apt-get "${o[@]}" download "${pkgs[@]}"; }; } &&
 			for d in ./*.deb; do
 				dpkg-deb --fsys-tarfile "$d" | tar -x -C root --wildcards --no-wildcards-match-slash \
-					'./boot/vmlinuz-*' './lib/modules/*/kernel/drivers/net/veth.ko' ./bin/busybox 2> /dev/null
-			done; rm -f ./*.deb) > "$work/fetch.log" 2>&1
+					'./boot/vmlinuz-*' './lib/modules/*/kernel/drivers/net/veth.ko' ./bin/busybox || true
+			done; rm -f ./*.deb) > "$work/fetch.log" 2>&1 || true
 		[ -f "$busybox" ] && [ -f "$kimage" ] || { cat "$work/fetch.log" >&2 && die "could not fetch ${pkgs[*]} (arm64)"; }
 	fi
 	cross=aarch64-linux-gnu-
