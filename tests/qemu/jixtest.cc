@@ -56,7 +56,7 @@ const Str kTrace = "/sys/kernel/tracing/", kLeaks = "/sys/kernel/debug/kmemleak"
 const char kDev[] = "/dev/quor_igmp";
 const uint8_t kSrcMac[6] = { 0x02, 0x4a, 0x49, 0x58, 0x53, 0x54 };
 const uint8_t kG[4] = { 239, 10, 10, 10 };	// the stream's group
-const uint32_t kVlan100 = 0x81000064;		// a tag: TPID << 16 | TCI
+const uint32_t kVlan100 = 0x81006064;		// a tag: TPID << 16 | TCI (priority 3)
 // The device's ioctl commands.
 enum { kIocAdd = 1, kIocClearPort = 4, kIocClearAll, kIocGet, kIocSetMode, kIocGetMode,
        kIocSetSnoop };
@@ -388,7 +388,7 @@ void check_stream()
 		std::vector<uint32_t> tags;
 	} rows[] = {
 		{ "transparent", 20, { kVlan100 } },
-		{ "replace VLAN 200", 20, { 0x810000c8 } },
+		{ "replace VLAN 200", 20, { 0x810060c8 } },	// priority kept
 		{ "strip", 20, {} },
 		{ "no member", 0, {} },
 		{ "add VLAN 300", 20, { 0x8100012c, kVlan100 } },
