@@ -325,7 +325,7 @@ void delete_at_once(const Str &name, const Str &when)
 	long start = now_ms();
 	pid_t pid = fork();
 	if (pid == 0)
-		_exit(execl("/bin/ip", "ip", "link", "delete", name.c_str(), nullptr));
+		_exit(execlp("ip", "ip", "link", "delete", name.c_str(), nullptr));
 	int status = -1;
 	while (now_ms() - start < 8000 && !waitpid(pid, &status, WNOHANG))
 		sleep_ms(10);
