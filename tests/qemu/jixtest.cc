@@ -390,11 +390,11 @@ void check_stream()
 		int frames;
 		std::vector<uint32_t> tags;
 	} rows[] = {
-		{ "transparent", 20, { kVlan100 } },
-		{ "replace VLAN 200", 20, { 0x810060c8 } },	// priority kept
-		{ "strip", 20, {} },
-		{ "no member", 0, {} },
-		{ "add VLAN 300", 20, { 0x8100012c, kVlan100 } },
+		{ "transparent port: 20 exact copies", 20, { kVlan100 } },
+		{ "replace port: 20 exact copies, VLAN 200, priority kept", 20, { 0x810060c8 } },
+		{ "strip port: 20 exact copies", 20, {} },
+		{ "port without membership: nothing", 0, {} },
+		{ "add port: 20 exact copies, VLAN 300 outside", 20, { 0x8100012c, kVlan100 } },
 	};
 	Str ev = kTrace + "events/jix_mc/jix_mc_forward/";
 	put(ev + "filter", "group == \"239.10.10.10\"");
@@ -405,7 +405,7 @@ void check_stream()
 		rx[i].want = udp_frame(kG, rows[i].tags);
 	send_frames("pon-p", udp_frame(kG, { kVlan100 }), 20, rx);
 	for (size_t i = 0; i < rx.size(); i++)
-		check(Str("stream: the ") + rows[i].what + " port gets exact copies",
+		check(Str("stream: ") + rows[i].what,
 		      rx[i].frames == rows[i].frames && rx[i].exact == rows[i].frames,
 		      std::to_string(rx[i].frames) + " frames, " + std::to_string(rx[i].exact) +
 		      " exact, tags " + tag_text(rx[i].first));
