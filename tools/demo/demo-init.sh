@@ -27,8 +27,12 @@ run() { "$@" || end "FAIL: $*"; }
 
 dmesg -n 1
 run insmod $M/veth.ko
+# A veth's peer is born veth0 and renamed at once.
 for l in pon:pon-p eth0.1:e01-p eth0.2:e02-p eth0.3:e03-p eth0.4:e04-p; do
-	run jixtest veth "${l%%:*}" "${l#*:}" > /dev/null
+	run ip link add "${l%%:*}" type veth
+	run ip link set veth0 name "${l#*:}"
+	run ip link set "${l%%:*}" up
+	run ip link set "${l#*:}" up
 done
 run insmod $M/quor_platform.ko
 run insmod $M/jix_xpon_multicast.ko
@@ -44,7 +48,7 @@ run mcctl add $G $GM 1 100 3
 echo "\$ mcctl add $G $GM 2 100 4 8100 012c 8100 0fff"
 run mcctl add $G $GM 2 100 4 8100 012c 8100 0fff
 echo "# $FRAMES UDP frames to $G, tagged 8100:100 (VLAN 100), sent into pon"
-run jixstream pon-p $FRAMES udp $G 8100:100 e01-p e02-p e03-p e04-p > /tmp/rx
+run jixtest stream pon-p $FRAMES $G 8100:100 e01-p e02-p e03-p e04-p > /tmp/rx
 awk '
 	$1 == "TX" { sub("frames=", "", $3); printf "sent into pon: %s frames\n", $3 }
 	$1 == "RX" {
