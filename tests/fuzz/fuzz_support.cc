@@ -103,10 +103,7 @@ void driver_set(uint8_t p, Input &in)
 	ux_sw_nat_hook_update_dp = p & 32 ? +[](int, int) { return 0; } : nullptr;
 	ux_sw_nat_hook_update_vlan = p & 64 ? +[](int, unsigned, unsigned) { return 0; } : nullptr;
 	ux_sw_nat_hook_drop_packet = p & 128 ? +[](sk_buff *) { return drv.drop; } : nullptr;
-	drv.foe = in.pick(idx);
-	drv.is_mc = in.u8() % 4 - 1;
-	drv.is_drop = in.u8() % 4 - 1;
-	drv.drop = in.u8() % 4 - 1;
+	drv = { in.pick(idx), in.u8() % 4 - 1, in.u8() % 4 - 1, in.u8() % 4 - 1 };
 }
 
 // The control plane's receive callback reads every byte it is given.
@@ -114,29 +111,6 @@ int rx_cb(u8, u8 *frame, u32 len)
 {
 	rx_calls++;
 	return std::accumulate(frame, frame + len, len) & 1;
-}
-
-void start(Input &in)
-{
-	host_reset();
-	host_hwnat_reset();
-	jt::reset_image_state();
-	rx_calls = 0;
-	live0 = host_alloc_live();
-	uint32_t present = in.u32(), up = in.u32();
-	for (unsigned int i = 0; i < kDevNum; i++) {
-		dev(i)->flags = up >> i & 1 ? dev(i)->flags | IFF_UP : dev(i)->flags & ~IFF_UP;
-		if (present >> i & 1)
-			host_netdev_register(dev(i));
-	}
-	driver_set(in.u8(), in);
-	FZ_CHECK(init_module() == 0, "start failed");
-	u32 mode = in.u8() % 7;		/* 6: refused */
-	jt::api(QUOR_MC_API_SET_FILTER_MODE, &mode);
-	u8 snoop = ~in.u8() & 1;
-	jt::api(QUOR_MC_API_SET_SNOOPING, &snoop);
-	uint8_t dbg = in.u8();		/* the traces and dumps now and then */
-	quor_mc_debug_level = dbg < 0xe0 ? dbg & 1 : dbg & 7;
 }
 
 void check_quiet()
@@ -155,26 +129,6 @@ std::string texts()
 	for (auto &f : kFiles)
 		s += std::string(host_proc_read_all(f.name, 4096)) + "|";
 	return s;
-}
-
-void stop()
-{
-	texts();
-	check_quiet();
-	cleanup_module();
-	for (net_device *d : devs) {	/* all allocated by start */
-		if (d->registered)
-			host_netdev_unregister(d);
-		host_netdev_tx_clear(d);
-		FZ_CHECK(!host_netdev_refcnt(d), "%s keeps references", d->name);
-	}
-	FZ_CHECK(host_alloc_live() == live0 && !host_timers_pending() && !host_locks_held() &&
-		 !host_proc_count() && !host_quor_registered_count() && !host_counters_taken() &&
-		 !host_chrdev_registered(QUOR_IGMP_MAJOR) && !host_warn_count() &&
-		 !xpon_igmp_learn_flow_hook && !multicast_speed_find_entry_hook &&
-		 !multicast_hwnat_drop_entry_hook, "left: %ld objects, %d timers",
-		 host_alloc_live() - live0, host_timers_pending());
-	host_hwnat_reset();
 }
 
 quor_peer_entry peer_entry(u8 port, const char *grp, s16 vlan)
@@ -197,11 +151,9 @@ quor_peer_entry entry_from(Input &in)
 	}
 	u8 port = port_from(in);
 	e = peer_entry(port, how & 1 ? kG6[how >> 1 & 3] : kG4[how >> 1 & 3], in.pick(vlans));
-	if (how & 0x20) {
-		Bytes s = frames::addr(how & 1 ? "2001:db8::1" : "10.0.0.1");
-		std::copy(s.begin(), s.end(), e.src_ip.addr);
-		e.src_ip.isipv6 = how & 1;
-	}
+	Bytes src = frames::addr(how & 1 ? "2001:db8::1" : "10.0.0.1");
+	if (how & 0x20)
+		std::copy(src.begin(), src.end(), e.src_ip.addr), e.src_ip.isipv6 = how & 1;
 	e.vlan_mode = in.u8() % 8;	/* 6 and 7: refused */
 	e.outer_tpid = tpids[in.u8() % 4];
 	e.outer_tci = in.u16();
@@ -211,7 +163,9 @@ quor_peer_entry entry_from(Input &in)
 }
 
 // A frame: any bytes, or one of a known kind aimed at a vocabulary group
-// behind 0 to 3 tags of any TPID; then bytes changed and the end cut.
+// behind 0 to 3 tags of any TPID (UDP over IPv4 or IPv6 with or without a
+// hop-by-hop header, PPPoE, IGMP and MLD queries, a switch tag before the
+// type, any Ethernet type); then bytes changed and the end cut.
 Bytes frame_from(Input &in)
 {
 	static const uint16_t dports[] = { 1234, 5004, 1900, 5353, 547, 546, 0, 65535 };
@@ -226,16 +180,18 @@ Bytes frame_from(Input &in)
 		t = { in.pick(tpids), in.u16() };
 	uint16_t dport = in.pick(dports), word = in.u16();
 	bool v6 = k & 0x80, general = k & 0x40;
-	Bytes f, udp = frames::udp(4000, dport);
+	Bytes udp = frames::udp(4000, dport), mac = frames::group_mac(v6 ? g6 : g4), f;
+	Bytes ip = v6 ? frames::ipv6("2001:db8::1", g6, 17, udp, general)
+		      : frames::ipv4("10.0.0.1", g4, 17, udp);
 	switch (k % 8) {
-	case 1:		/* IPv4 UDP; a switch tag before the type (6) */
-	case 6:
-		f = frames::ipv4_udp_frame("10.0.0.1", g4, 4000, dport, tags);
-		if (k % 8 == 6)
+	case 1: case 5:
+		f = frames::eth(mac, src, tags, v6 ? ETH_P_IPV6 : ETH_P_IP, ip);
+		if (k % 8 == 5)
 			f.insert(f.begin() + 12, { (uint8_t)(word >> 8), (uint8_t)word, 0, 0 });
 		break;
 	case 2:
-		f = frames::ipv6_udp_frame("2001:db8::1", g6, 4000, dport, tags, v6);
+		f = frames::eth(mac, src, tags, ETH_P_PPP_SES,
+				frames::pppoe(general ? word : v6 ? 0x0057 : 0x0021, ip));
 		break;
 	case 3:
 		f = frames::igmp_frame(frames::igmp_query(general ? "0.0.0.0" : g4, v6),
@@ -244,12 +200,6 @@ Bytes frame_from(Input &in)
 	case 4:
 		f = frames::eth(frames::group_mac(g6), src, tags, ETH_P_IPV6, frames::ipv6("fe80::1",
 			g6, 58, frames::mld(v6 ? 130 : 131, "fe80::1", g6, general ? "::" : g6), true));
-		break;
-	case 5:		/* PPPoE: IPv4, IPv6 or any PPP protocol */
-		f = frames::eth(frames::group_mac(v6 ? g6 : g4), src, tags, ETH_P_PPP_SES,
-				frames::pppoe(general ? word : v6 ? 0x0057 : 0x0021,
-					      v6 ? frames::ipv6("2001:db8::1", g6, 17, udp)
-						 : frames::ipv4("10.0.0.1", g4, 17, udp)));
 		break;
 	default:
 		f = in.bytes(6);
@@ -271,14 +221,10 @@ Bytes frame_from(Input &in)
 frames::Skb skb_for(Input &in, const Bytes &f, bool at_mac)
 {
 	uint8_t h = in.u8();
-	unsigned int head = h < 0xc0 ? 32 : h % 80;
-	if (!at_mac)
-		return frames::skb_from(f, head);
-	sk_buff *skb = alloc_skb(head + (unsigned int)f.size(), GFP_ATOMIC);
-	skb_reserve(skb, (int)head);
-	std::copy(f.begin(), f.end(), (uint8_t *)skb_put(skb, (unsigned int)f.size()));
-	skb_reset_mac_header(skb);
-	return frames::Skb(skb);
+	frames::Skb skb = frames::skb_from(f, h < 0xc0 ? 32 : h % 80);
+	if (at_mac)
+		skb_push(skb.get(), skb->data - skb_mac_header(skb.get()));
+	return skb;
 }
 
 // A frame's data pointer and length, and with @bytes its bytes (but 2
@@ -298,8 +244,8 @@ struct Owned {
 	std::vector<std::unique_ptr<uint8_t[]>> bufs;
 	template <class T = uint8_t> T *buf(size_t n = sizeof(T))
 	{ bufs.emplace_back(new uint8_t[n ? n : 1]()); return (T *)bufs.back().get(); }
-	template <class T = uint8_t> T *copy(const Bytes &b)
-	{ return (T *)(std::copy(b.begin(), b.end(), buf(b.size())) - b.size()); }
+	template <class T> T *put(const T &v) { return &(*buf<T>() = v); }
+	uint8_t *copy(const Bytes &b) { return std::copy(b.begin(), b.end(), buf(b.size())) - b.size(); }
 };
 
 } // namespace
@@ -322,8 +268,7 @@ void frame(Input &in)
 	FZ_CHECK(mc.in_function_id ? ret == -1 && mc.result == 12345 :
 		 ret == 1 && (mc.result == 0 || mc.result == -1),
 		 "slot %u: hook %d result %d", mc.in_function_id, ret, mc.result);
-	FZ_CHECK(rx_calls == cbs ? look(skb.get()) == before : look(skb.get(), false) == where,
-		 "frame changed");
+	FZ_CHECK(look(skb.get(), rx_calls == cbs) == (rx_calls == cbs ? before : where), "moved");
 }
 
 // Any mc_data record through the API hook.  A caller is trusted to make
@@ -332,9 +277,9 @@ void frame(Input &in)
 // for entry_num records.  Each is exactly its object's size or NULL; every
 // other field is the input's bytes, pointers poisoned.  Checks: 1 with
 // result 2 or -1 for ids 0-14, -1 otherwise; no byte but the result
-// written; -1 for a NULL argument; op 1 sends
-// exactly its bytes; op 2 gives its frame back (but the two bytes behind a
-// re-inserted type-0 switch tag); op 3 consumes it only with result 2.
+// written; -1 for a NULL argument; op 1 sends exactly its bytes; op 2
+// gives its frame back (but the two bytes behind a re-inserted type-0
+// switch tag); op 3 consumes it only with result 2.
 void api(Input &in)
 {
 	static const char *names[] = { "eth0.1", "eth0.8", "eth0.0", "eth0.", "eth", "ux3", "" };
@@ -344,35 +289,24 @@ void api(Input &in)
 	in.fill(&mc, sizeof(mc));
 	uint8_t idb = in.u8();
 	u32 id = mc.api_function_id = idb < 0xf0 ? idb % 16 : in.u32();
-	mc.skb = poison(in);
-	mc.param2 = poison(in);
-	mc.param.ptr = poison(in);
+	mc.skb = mc.param2 = mc.param.ptr = poison(in);
 	bool null = in.u8() >= 0xe0;
 	void *arg = nullptr;	/* the object param names */
 	Bytes f;
-	switch (id) {
-	case 0:
-		arg = own.buf<quor_mc_rx_cb_t>();
-		*(quor_mc_rx_cb_t *)arg = in.u8() & 1 ? rx_cb : nullptr;
-		break;
-	case 1:
+	if (id == 0) {
+		arg = own.put<quor_mc_rx_cb_t>(in.u8() & 1 ? rx_cb : nullptr);
+	} else if (id == 1) {
 		f = in.bytes(2100);
-		mc.param2 = in.u8() < 0xf0 ? own.copy(f) : nullptr;
-		if (!mc.param2)
-			f.clear();
+		mc.param2 = in.u8() < 0xf0 ? own.copy(f) : (f.clear(), nullptr);
 		mc.param3 = mc.param2 || in.u8() & 1 ? f.size() : in.u32();
 		mc.param.bytes[0] = port_from(in);
-		break;
-	case 2: case 3:
+	} else if (id == 2 || id == 3) {
 		f = frame_from(in);
 		skb = skb_for(in, f, true);
 		mc.skb = null ? nullptr : skb.get();
-		break;
-	case 4: case 5: case 6:
-		arg = own.buf<quor_peer_entry>();
-		*(quor_peer_entry *)arg = entry_from(in);
-		break;
-	case 9: {
+	} else if (id >= 4 && id <= 6) {
+		arg = own.put(entry_from(in));
+	} else if (id == 9) {
 		auto *r = own.buf<quor_peer_get_req>();
 		in.fill(r, sizeof(*r));
 		r->port_id = kPorts[r->port_id % kDevNum];
@@ -380,21 +314,15 @@ void api(Input &in)
 		r->entries = r->entry_num > 0 ? own.buf<quor_peer_entry>(r->entry_num * 80)
 					      : (quor_peer_entry *)poison(in);
 		arg = r;
-		break;
-	}
-	case 10: case 11: case 12: case 13:
-		arg = own.buf<u32>();
-		*(u32 *)arg = in.u8() < 0xf0 ? in.u8() % 7 : in.u32();
-		break;
-	case 14: {
+	} else if (id >= 10 && id <= 13) {
+		arg = own.put<u32>(in.u8() < 0xf0 ? in.u8() % 7 : in.u32());
+	} else if (id == 14) {
 		uint8_t w = in.u8() % 8;
 		f = w < 7 ? Bytes(names[w], names[w] + strlen(names[w])) : in.bytes(24);
 		f.push_back(0);
-		mc.param2 = null ? nullptr : own.copy<char>(f);
+		mc.param2 = null ? nullptr : own.copy(f);
 		mc.param.val = in.u8() < 0xf0 ? in.u8() % 4 : in.u32();
-		break;
-	}
-	default:	/* 7, 8 and out of range: inline values only */
+	} else {	/* 7, 8 and out of range: inline values only */
 		mc.param.bytes[0] = port_from(in);
 	}
 	if (arg)
@@ -417,10 +345,9 @@ void api(Input &in)
 	if (id == 3 && res == 2 && !null)
 		skb.release();	/* replication consumed it */
 	FZ_CHECK(id != 2 || null || look(skb.get(), true, skb->mac_header + 14) == frame0, "1:N");
-	if (res == 2 && id == 1)
-		FZ_CHECK(xdev && mc.param3 == f.size() && f.size() <= 1984 &&
-			 host_netdev_tx_count(xdev) == tx0 + 1 && jt::sent(xdev, tx0) == f,
-			 "port %u: %u bytes sent wrong", port, mc.param3);
+	FZ_CHECK(res != 2 || id != 1 || (xdev && mc.param3 == f.size() && f.size() <= 1984 &&
+		 host_netdev_tx_count(xdev) == tx0 + 1 && jt::sent(xdev, tx0) == f),
+		 "port %u: %u bytes sent wrong", port, mc.param3);
 }
 
 // The hooks the module installs for the driver: the find hook answers a
@@ -464,8 +391,8 @@ void env(Input &in)
 }
 
 // Any command and minor through the character device, the record at the
-// start of a user page or running off its end, NULL or below 4096, its
-// tail unreadable from anywhere; get-entries claiming any capacity over an
+// start of a user page (unreadable from anywhere), NULL or below 4096;
+// get-entries claiming any capacity over an
 // array of 0 to 7 records with unwritable memory behind, or a bad pointer.
 // Checks: -1 for unknown commands; -EFAULT and nothing changed when the
 // record cannot be read (entries, mode, snooping, the caller's array);
@@ -481,52 +408,48 @@ void ioctl(Input &in)
 	std::vector<uint8_t> page(2 * kPage), arr(2 * kPage);	/* a guard page each */
 	uint8_t c = in.u8(), where = in.u8();
 	unsigned int cmd = c < 0xf0 ? c % 12 : in.u32();
-	size_t off = where < 0x80 ? 0 : kPage - 1 - in.u16() % 128;
-	uintptr_t arg = where < 0xf8 ? (uintptr_t)&page[off] : where & 1 ? 0 : in.u16() % 4096;
-	uint8_t *bad = &page[in.u8() < 0xc0 ? kPage : in.u16() % kPage];
+	uintptr_t arg = where < 0xf8 ? (uintptr_t)page.data() : where & 1 ? 0 : in.u16() % 4096;
+	uint8_t *bad = &page[in.u8() < 0xc0 ? kPage : in.u16() % 128];
 	quor_peer_get_req req{};
-	size_t cap = 0;
-	if (cmd >= 1 && cmd <= 3) {
-		quor_peer_entry e = entry_from(in);
-		memcpy(&page[off], &e, sizeof(e));
-	} else if (cmd == 6) {
+	size_t cap = in.u8() % 8;
+	quor_peer_entry e = entry_from(in);
+	if (cmd >= 1 && cmd <= 3)
+		memcpy(page.data(), &e, sizeof(e));
+	if (cmd == 6) {
 		req.port_id = kPorts[in.u8() % kDevNum];
 		req.entry_num = in.pick(claims);
-		cap = in.u8() % 8;
 		uint8_t ep = in.u8();
 		req.entries = (quor_peer_entry *)(ep < 0xf0 ? (uintptr_t)arr.data() : ep % 4096);
-		memcpy(&page[off], &req, sizeof(req));
-	} else {
-		in.fill(&page[off], 8);
+		memcpy(page.data(), &req, sizeof(req));
+	} else if (cmd < 1 || cmd > 3) {
+		in.fill(page.data(), 8);
 	}
 	std::vector<uint8_t> arr0 = arr;
 	std::string before = texts();
-	u32 m;
 	host_uaccess_add_fault(bad, page.data() + 2 * kPage - bad);
 	host_uaccess_add_fault(&arr[cap * 80], 2 * kPage - cap * 80);
 
 	long r = host_chrdev_ioctl(QUOR_IGMP_MAJOR, in.u8(), cmd, arg);
 
 	host_uaccess_clear_faults();
-	memcpy(&m, &page[off], 4);
+	u32 m;
+	memcpy(&m, page.data(), 4);
 	auto faults = [&](size_t n) { return n && (arg < 4096 || (uintptr_t)bad < arg + n); };
-	bool unknown = cmd == 0 || cmd > 10;
-	if (unknown || faults(size_in[cmd]))
-		FZ_CHECK(r == (unknown ? -1 : -EFAULT) && texts() == before && arr == arr0,
-			 "command %u: %ld", cmd, r);
-	else if (cmd != 6)
-		FZ_CHECK(faults(size_out[cmd]) ? r == -EFAULT : cmd == 8 ? r == (long)m &&
-			 m == igmp_filter_mode : r == 0 || r == -1, "command %u: %ld", cmd, r);
-	if (cmd != 6 || unknown || faults(size_in[cmd]))
+	if (cmd == 0 || cmd > 10 || faults(size_in[cmd])) {
+		FZ_CHECK(r == (cmd == 0 || cmd > 10 ? -1 : -EFAULT) && texts() == before &&
+			 arr == arr0, "command %u: %ld", cmd, r);
 		return;
+	}
+	FZ_CHECK(cmd == 6 || (faults(size_out[cmd]) ? r == -EFAULT : cmd == 8 ?
+		 r == (long)m && m == igmp_filter_mode : r == 0 || r == -1), "command %u: %ld", cmd, r);
 	quor_peer_get_req out;
-	memcpy(&out, &page[off], sizeof(out));
-	FZ_CHECK(texts() == before && (r == -EFAULT || (r >= 0 &&
+	memcpy(&out, page.data(), sizeof(out));
+	FZ_CHECK(cmd != 6 || (texts() == before && (r == -EFAULT || (r >= 0 &&
 		 r <= std::max(req.entry_num, 0) && out.entry_num == r &&
 		 out.entries == req.entries && out.port_id == req.port_id &&
-		 ((uintptr_t)req.entries != (uintptr_t)arr.data() || r <= (long)cap))),
+		 (req.entries != (void *)arr.data() || r <= (long)cap)))),
 		 "get: %ld records, claimed %d, room %zu", r, req.entry_num, cap);
-	for (long i = 0; i < r; i++)
+	for (long i = 0; cmd == 6 && i < r; i++)
 		FZ_CHECK(arr[i * 80] == req.port_id, "record of port %u", arr[i * 80]);
 }
 
@@ -557,10 +480,9 @@ void proc_write(Input &in)
 	size_t count = how >= 0xe0 ? f.max + 1 + in.u16() : t.size();
 	size_t fault = how >= 0xc0 && how < 0xe0 && !t.empty() ? in.u16() % t.size() : t.size();
 	Owned own;
-	char *buf = own.copy<char>(t);
+	char *buf = (char *)own.copy(t);
 	std::string before = texts();
-	if (fault < t.size())
-		host_uaccess_add_fault(buf + fault, t.size() - fault);
+	host_uaccess_add_fault(buf + fault, t.size() - fault);
 
 	long r = host_proc_write(f.name, buf, count);
 
@@ -571,27 +493,6 @@ void proc_write(Input &in)
 		 count, f.name, r, want);
 	if (quor_mc_debug_level > 1)	/* keep the traces from drowning the run */
 		quor_mc_debug_level = 1;
-}
-
-// A read at any offset and count gives exactly those bytes of the whole
-// text, and the whole text is the same in chunks of any size.
-void proc_read(Input &in)
-{
-	const char *name = kFiles[in.u8() % 5].name;
-	std::string text = host_proc_read_all(name, 4096);
-	uint8_t how = in.u8();
-	if (how >= 0xc0) {	/* a few hundred reads at most, so it stays fast */
-		size_t chunk = std::max<size_t>(in.u16() % 5000 + 1, text.size() / 300 + 1);
-		FZ_CHECK(text == host_proc_read_all(name, chunk), "%s in chunks of %zu", name, chunk);
-		return;
-	}
-	size_t count = how < 0x80 ? in.u16() % 5000 : in.u16();
-	off_t off = how & 1 ? in.u16() % (text.size() + 2) : in.u32() % 70000;
-	std::vector<char> buf(count + 1);
-	long r = host_proc_read(name, buf.data(), count, off);
-	std::string want = (size_t)off < text.size() ? text.substr(off, count) : "";
-	FZ_CHECK(want == std::string(buf.data(), std::max(r, 0L)), "%s at %ld count %zu: %ld",
-		 name, (long)off, count, r);
 }
 
 void add_entries(Input &in)
@@ -618,15 +519,46 @@ int run(const uint8_t *data, size_t size, unsigned int max_ops,
 	std::initializer_list<Op> ops, Op prelude)
 {
 	Input in(data, size);
-
-	start(in);
+	host_reset();
+	host_hwnat_reset();
+	jt::reset_image_state();
+	rx_calls = 0;
+	live0 = host_alloc_live();
+	uint32_t present = in.u32(), up = in.u32();
+	for (unsigned int i = 0; i < kDevNum; i++) {
+		dev(i)->flags = up >> i & 1 ? dev(i)->flags | IFF_UP : dev(i)->flags & ~IFF_UP;
+		if (present >> i & 1)
+			host_netdev_register(dev(i));
+	}
+	driver_set(in.u8(), in);
+	FZ_CHECK(init_module() == 0, "start failed");
+	u32 mode = in.u8() % 7;		/* 6: refused */
+	u8 snoop = ~in.u8() & 1, dbg = in.u8();
+	jt::api(QUOR_MC_API_SET_FILTER_MODE, &mode);
+	jt::api(QUOR_MC_API_SET_SNOOPING, &snoop);
+	quor_mc_debug_level = dbg < 0xe0 ? dbg & 1 : dbg & 7;	/* traces, dumps now and then */
 	if (prelude)
 		prelude(in);
 	for (unsigned int n = 0; n < max_ops && !in.empty(); n++) {
 		ops.begin()[ops.size() > 1 ? in.u8() % ops.size() : 0](in);
 		check_quiet();
 	}
-	stop();
+	texts();
+	check_quiet();
+	cleanup_module();
+	for (net_device *d : devs) {
+		if (d->registered)
+			host_netdev_unregister(d);
+		host_netdev_tx_clear(d);
+		FZ_CHECK(!host_netdev_refcnt(d), "%s keeps references", d->name);
+	}
+	FZ_CHECK(host_alloc_live() == live0 && !host_timers_pending() && !host_locks_held() &&
+		 !host_proc_count() && !host_quor_registered_count() && !host_counters_taken() &&
+		 !host_chrdev_registered(QUOR_IGMP_MAJOR) && !host_warn_count() &&
+		 !xpon_igmp_learn_flow_hook && !multicast_speed_find_entry_hook &&
+		 !multicast_hwnat_drop_entry_hook, "left: %ld objects, %d timers",
+		 host_alloc_live() - live0, host_timers_pending());
+	host_hwnat_reset();
 	return 0;
 }
 
@@ -641,10 +573,9 @@ int main(int argc, char **argv)
 	for (int i = 1; i < argc; i++) {
 		std::ifstream f(argv[i], std::ios::binary);
 		FZ_CHECK(f, "cannot read %s", argv[i]);
-		std::vector<uint8_t> b((std::istreambuf_iterator<char>(f)), {});
+		Bytes b((std::istreambuf_iterator<char>(f)), {});
 		std::unique_ptr<uint8_t[]> copy(new uint8_t[b.size() + !b.size()]);
-		std::copy(b.begin(), b.end(), copy.get());
-		LLVMFuzzerTestOneInput(copy.get(), b.size());
+		LLVMFuzzerTestOneInput(std::copy(b.begin(), b.end(), copy.get()) - b.size(), b.size());
 	}
 	printf("replayed %d inputs\n", argc - 1);
 	return argc < 2;

@@ -24,7 +24,6 @@ void hooks(Input &in);		// the hooks the module gives the driver
 void env(Input &in);		// time, device events, driver state
 void ioctl(Input &in);		// any command and record, faulting user memory
 void proc_write(Input &in);	// any bytes and count to any proc file
-void proc_read(Input &in);	// any window of any proc file
 void add_entries(Input &in);	// up to 7 entries from the vocabulary
 void populate(Input &in);	// up to 126 distinct entries
 

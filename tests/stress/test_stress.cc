@@ -21,6 +21,9 @@ namespace {
 
 const char *const kGroups[] = { "239.1.1.1", "239.1.1.2", "ff0e::1", "232.0.0.7" };
 const u8 kPorts[] = { 0, 1, 2, 3, 16, 17 };
+const char *const kFiles[] = { "kv7730/jix_mc_fwd_entry", "kv7730/jix_mc_hwnat_entry",
+			       "kv7730/jix_mc_acnt_mapping", "kv7730/jix_mc_port_type",
+			       "kv7730/jix_mc_debug" };
 std::atomic<int> foe_index{ 1 };
 
 // A data frame (now and then an IGMP query), data at the MAC header or 14
@@ -28,52 +31,57 @@ std::atomic<int> foe_index{ 1 };
 frames::Skb frame(std::mt19937 &rng, bool at_mac)
 {
 	const char *g = kGroups[rng() % 4];
-	std::vector<frames::Tag> tags;
-	if (rng() % 2)
-		tags.push_back({ 0x8100, 100 });
+	std::vector<frames::Tag> tags(rng() % 2, frames::Tag{ 0x8100, 100 });
 	frames::Skb skb = frames::skb_from(
 		strchr(g, ':') ? frames::ipv6_udp_frame("2001:db8::1", g, 4000, 5004, tags, rng() % 2)
 		: rng() % 8 ? frames::ipv4_udp_frame("10.0.0.1", g, 4000, 5004, tags)
 			    : frames::igmp_frame(frames::igmp_query(g), g, tags));
-	if (at_mac)
-		skb_push(skb.get(), ETH_HLEN);
+	skb_push(skb.get(), at_mac ? ETH_HLEN : 0);
 	return skb;
 }
 
-int hook(u32 subtype, quor_peer_mc &mc)
+// A hook call as the driver makes it, in softirq context.
+int hook(u32 subtype, frames::Skb &skb, u32 id)
 {
+	quor_peer_mc mc{};
+	mc.skb = skb.get();
+	mc.api_function_id = id;
 	local_bh_disable();
 	int ret = __QUOR_HOOK(QUOR_HOOK_TYPE_MULTICAST, subtype, &mc);
 	local_bh_enable();
+	if (ret == 1 && id == QUOR_MC_API_VLAN_HANDLE && mc.result == 2)
+		skb.release();	/* replication consumed it */
 	return ret;
 }
 
+// The control plane, the operator's proc writes and reads, get-entries.
 void control(std::mt19937 &rng)
 {
-	igmp_entry_info e = jt::entry(kPorts[rng() % 6], kGroups[rng() % 4], rng() % 3 ? 100 : -1);
-	quor_peer_entry p;
-	memcpy(&p, &e, sizeof(p));
-	p.vlan_mode = rng() % 6;
-	p.outer_tpid = 0x8100;
-	p.outer_tci = rng() % 4096;
+	igmp_entry_info e = jt::entry(kPorts[rng() % 6], kGroups[rng() % 4], rng() % 3 ? 100 : -1),
+			room[8];
+	e.vlan_mode = rng() % 6;
+	e.outer_tpid = 0x8100;
+	e.outer_tci = rng() % 4096;
 	unsigned int r = rng() % 100;
 	u32 v = rng() % 6;
 	u8 on = rng() % 4 != 0;
-	igmp_entry_info room[8];
-	igmp_entry_get_req req = jt::get_req(kPorts[rng() % 6], room, 8);
+	igmp_entry_get_req req = jt::get_req(kPorts[v], room, 8);
 	const char cmd[] = "add ipv4 239.1.1.1 01:00:5e:01:01:01 1 100 3 0 0 0 0";
+	char buf[5000];
 	if (r < 70)
 		jt::api(r < 40 ? QUOR_MC_API_ENTRY_ADD : r < 60 ? QUOR_MC_API_ENTRY_DEL
-				: QUOR_MC_API_ENTRY_UPDATE, &p);
+				: QUOR_MC_API_ENTRY_UPDATE, &e);
 	else if (r < 78)
 		jt::api_u8(r < 76 ? QUOR_MC_API_CLEAR_BY_PORT : QUOR_MC_API_CLEAR_ALL, kPorts[v]);
 	else if (r < 85)
 		jt::api(r < 81 ? QUOR_MC_API_SET_FILTER_MODE : QUOR_MC_API_SET_SNOOPING,
 			r < 81 ? (void *)&v : &on);
 	else if (r < 88)
-		jt::api_u8(QUOR_MC_API_SET_PORT_TYPE, 1 + on, 0, (void *)(v % 2 ? "eth0.2" : "eth0.3"));
-	else if (r < 94)
+		jt::api_u8(QUOR_MC_API_SET_PORT_TYPE, 1 + on, 0, (void *)(r % 2 ? "eth0.2" : "eth0.3"));
+	else if (r < 91)
 		host_proc_write("kv7730/jix_mc_fwd_entry", cmd, sizeof(cmd) - 1);
+	else if (r < 96)
+		host_proc_read(kFiles[v % 5], buf, 1 + rng() % 4999, rng() % 6000);
 	else if (r % 2)
 		jt::api(QUOR_MC_API_ENTRY_GET, &req);
 	else
@@ -90,9 +98,10 @@ class Stress : public jt::ModuleTest {
 
 TEST_F(Stress, SharedStateUnderAllCallers)
 {
+	using G = unsigned char *;
 	hwnat_skb_to_foe_hook = [](sk_buff *) { return foe_index.load() % 6; };
-	hwnat_is_multicast_entry_hook = [](int, unsigned char *, unsigned char *, int) { return 1; };
-	hwnat_is_drop_entry_hook = [](int, unsigned char *, unsigned char *, int) { return 1; };
+	hwnat_is_multicast_entry_hook = [](int, G, G, int) { return 1; };
+	hwnat_is_drop_entry_hook = [](int, G, G, int) { return 1; };
 	hwnat_multicast_set_hwnat_info_hook = [](int, unsigned int, int) { return 0; };
 	hwnat_delete_foe_entry_hook = [](int) { return 0; };
 	ux_sw_nat_hook_update_dp = [](int, int) { return 0; };
@@ -100,43 +109,21 @@ TEST_F(Stress, SharedStateUnderAllCallers)
 	ux_sw_nat_hook_drop_packet = [](sk_buff *) { return 1; };
 	quor_mc_rx_cb_t cb = [](u8, u8 *frame, u32 len) { return len ? frame[0] & 1 : 0; };
 	jt::api(QUOR_MC_API_SET_RECV_CB, &cb);
-	std::vector<int> refs0;
-	for (net_device *d : devs)
-		refs0.push_back(host_netdev_refcnt(d));
+	std::vector<int> refs0(devs.size());
+	std::transform(devs.begin(), devs.end(), refs0.begin(), host_netdev_refcnt);
 
-	auto packet = [](std::mt19937 &rng) {
-		frames::Skb skb = frame(rng, false);
-		quor_peer_mc mc{};
-		mc.skb = skb.get();
-		hook(QUOR_MC_SUBTYPE_INTERVAL, mc);
+	auto packet = [](std::mt19937 &rng) {	/* the per-packet hook, API ops 2 and 3 */
+		u32 id = rng() % 4;
+		frames::Skb skb = frame(rng, id >= 2);
+		hook(id < 2 ? QUOR_MC_SUBTYPE_INTERVAL : QUOR_MC_SUBTYPE_API, skb, id);
 		foe_index++;
 	};
-	auto api23 = [](std::mt19937 &rng) {	/* as the driver calls them */
-		frames::Skb skb = frame(rng, true);
-		quor_peer_mc mc{};
-		mc.skb = skb.get();
-		mc.api_function_id = 2 + rng() % 2;
-		if (hook(QUOR_MC_SUBTYPE_API, mc) == 1 && mc.api_function_id == 3 && mc.result == 2)
-			skb.release();	/* replication consumed it */
-	};
-	auto proc = [](std::mt19937 &rng) {
-		static const char *files[] = { "fwd_entry", "hwnat_entry", "acnt_mapping",
-					       "port_type", "debug" };
-		char buf[5000];
-		host_proc_read((std::string("kv7730/jix_mc_") + files[rng() % 5]).c_str(), buf,
-			       1 + rng() % 4999, rng() % 6000);
-	};
-	auto driver = [](std::mt19937 &rng) {
+	auto driver = [](std::mt19937 &rng) {	/* the hooks the module gives it */
 		frames::Skb skb = frame(rng, true);
 		local_bh_disable();
-		auto learn = READ_ONCE(xpon_igmp_learn_flow_hook);
-		auto find = READ_ONCE(multicast_speed_find_entry_hook);
-		auto drop = READ_ONCE(multicast_hwnat_drop_entry_hook);
-		if (learn && find && drop) {
-			learn(skb.get());
-			find(rng() % 6);
-			drop(skb.get(), 0);
-		}
+		xpon_igmp_learn_flow_hook(skb.get());
+		multicast_speed_find_entry_hook(rng() % 6);
+		multicast_hwnat_drop_entry_hook(skb.get(), 0);
 		local_bh_enable();
 	};
 	auto clock = [](std::mt19937 &rng) {
@@ -144,7 +131,7 @@ TEST_F(Stress, SharedStateUnderAllCallers)
 		std::this_thread::sleep_for(std::chrono::microseconds(200));
 	};
 	const std::function<void(std::mt19937 &)> bodies[] = {
-		packet, packet, packet, api23, control, control, proc, driver, clock,
+		packet, packet, packet, packet, control, control, control, driver, clock,
 	};
 	std::atomic<bool> stop{ false };
 	std::vector<unsigned long> runs(std::size(bodies));
