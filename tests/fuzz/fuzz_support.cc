@@ -63,9 +63,6 @@ namespace {
 const u8 kPorts[] = { 0, 1, 2, 3, 4, 5, 6, 7, 16, 17, 18, 19, 20, 21, 22, 23,
 		      24, 25, 26, 27, 28, 29, 30, 31, 32, 33 };
 constexpr unsigned int kDevNum = sizeof(kPorts);
-// A group vocabulary, so that frames meet entries.
-const char *const kG4[] = { "239.1.1.1", "224.0.0.1", "239.255.255.250", "232.0.0.7" };
-const char *const kG6[] = { "ff0e::1", "ff02::1", "ff05::1:3", "ff3e::8000:1" };
 // Proc files with the longest write each accepts (-1: read-only).
 const struct { const char *name; long max; } kFiles[] = {
 	{ "kv7730/jix_mc_fwd_entry", 255 }, { "kv7730/jix_mc_debug", 31 },
@@ -81,12 +78,6 @@ struct { int foe, is_mc, is_drop, drop; } drv;	// what the driver answers
 net_device *dev(unsigned int i)
 {
 	return devs[i] ? devs[i] : (devs[i] = host_netdev_alloc(lan_map_data[kPorts[i]].ifname));
-}
-
-u8 port_from(Input &in)
-{
-	uint8_t p = in.u8();
-	return p < 0xe0 ? kPorts[p % kDevNum] : in.u8();
 }
 
 // The driver's own pointers, each present when its bit of @p is set; flow
@@ -138,81 +129,13 @@ quor_peer_entry peer_entry(u8 port, const char *grp, s16 vlan)
 	return *(quor_peer_entry *)memcpy(&p, &e, sizeof(p));
 }
 
-// An entry request from the vocabulary, now and then any bytes at all.
+// An entry request: any bytes (the corpus holds entries of every port,
+// family, VLAN and treatment, for the groups of its frames).
 quor_peer_entry entry_from(Input &in)
 {
-	static const s16 vlans[] = { -1, 0, 1, 100, 300, 4094, 4095, -2 };
-	static const u16 tpids[] = { 0, 0x8100, 0x88a8, 0x9100 };
 	quor_peer_entry e;
-	uint8_t how = in.u8();
-	if (how >= 0xf0) {
-		in.fill(&e, sizeof(e));
-		return e;
-	}
-	u8 port = port_from(in);
-	e = peer_entry(port, how & 1 ? kG6[how >> 1 & 3] : kG4[how >> 1 & 3], in.pick(vlans));
-	Bytes src = frames::addr(how & 1 ? "2001:db8::1" : "10.0.0.1");
-	if (how & 0x20)
-		std::copy(src.begin(), src.end(), e.src_ip.addr), e.src_ip.isipv6 = how & 1;
-	e.vlan_mode = in.u8() % 8;	/* 6 and 7: refused */
-	e.outer_tpid = tpids[in.u8() % 4];
-	e.outer_tci = in.u16();
-	e.inner_tpid = tpids[in.u8() % 4];
-	e.inner_tci = in.u16();
+	in.fill(&e, sizeof(e));
 	return e;
-}
-
-// A frame: any bytes, or one of a known kind aimed at a vocabulary group
-// behind 0 to 3 tags of any TPID (UDP over IPv4 or IPv6 with or without a
-// hop-by-hop header, PPPoE, IGMP and MLD queries, a switch tag before the
-// type, any Ethernet type); then bytes changed and the end cut.
-Bytes frame_from(Input &in)
-{
-	static const uint16_t dports[] = { 1234, 5004, 1900, 5353, 547, 546, 0, 65535 };
-	static const uint16_t tpids[] = { 0x8100, 0x88a8, 0x9100, 0x8100 };
-	const Bytes src = frames::mac("00:11:22:33:44:55");
-	uint8_t k = in.u8();
-	const char *g4 = kG4[k >> 4 & 3], *g6 = kG6[k >> 4 & 3];
-	if (k % 8 == 0)
-		return in.bytes(2048);
-	std::vector<frames::Tag> tags(in.u8() % 4);
-	for (auto &t : tags)
-		t = { in.pick(tpids), in.u16() };
-	uint16_t dport = in.pick(dports), word = in.u16();
-	bool v6 = k & 0x80, general = k & 0x40;
-	Bytes udp = frames::udp(4000, dport), mac = frames::group_mac(v6 ? g6 : g4), f;
-	Bytes ip = v6 ? frames::ipv6("2001:db8::1", g6, 17, udp, general)
-		      : frames::ipv4("10.0.0.1", g4, 17, udp);
-	switch (k % 8) {
-	case 1: case 5:
-		f = frames::eth(mac, src, tags, v6 ? ETH_P_IPV6 : ETH_P_IP, ip);
-		if (k % 8 == 5)
-			f.insert(f.begin() + 12, { (uint8_t)(word >> 8), (uint8_t)word, 0, 0 });
-		break;
-	case 2:
-		f = frames::eth(mac, src, tags, ETH_P_PPP_SES,
-				frames::pppoe(general ? word : v6 ? 0x0057 : 0x0021, ip));
-		break;
-	case 3:
-		f = frames::igmp_frame(frames::igmp_query(general ? "0.0.0.0" : g4, v6),
-				       general ? "224.0.0.1" : g4, tags);
-		break;
-	case 4:
-		f = frames::eth(frames::group_mac(g6), src, tags, ETH_P_IPV6, frames::ipv6("fe80::1",
-			g6, 58, frames::mld(v6 ? 130 : 131, "fe80::1", g6, general ? "::" : g6), true));
-		break;
-	default:
-		f = in.bytes(6);
-		f.resize(6);
-		f = frames::eth(f, src, tags, word, in.bytes(256));
-	}
-	for (unsigned int n = in.u8() % 5; n && !f.empty(); n--) {
-		size_t pos = in.u16() % f.size();
-		f[pos] = in.u8();
-	}
-	if (in.u8() >= 0xc0)
-		f.resize(in.u16() % (f.size() + 1));
-	return f;
 }
 
 // A buffer as the driver hands a frame over: the frame to the buffer's
@@ -250,12 +173,14 @@ struct Owned {
 
 } // namespace
 
-// Frames of any shape through the per-packet hook: slot 0 answers 1 with
-// result 0 or -1, other slots -1 with the result untouched; the frame comes
-// back as given (from the query path: its pointer and length).
+// Any bytes as a frame (the corpus holds frames of every kind the module
+// tells apart) through the per-packet hook, now and then with its k-th
+// allocation failing: slot 0 answers 1 with result 0 or -1, other slots -1
+// with the result untouched; the frame comes back as given (from the query
+// path: its pointer and length).
 void frame(Input &in)
 {
-	Bytes f = frame_from(in);
+	Bytes f = in.bytes(2048);
 	frames::Skb skb = skb_for(in, f, false);
 	uint8_t id = in.u8();
 	quor_peer_mc mc{};
@@ -264,7 +189,10 @@ void frame(Input &in)
 	mc.result = 12345;
 	std::string before = look(skb.get()), where = look(skb.get(), false);
 	unsigned long cbs = rx_calls;
+	uint8_t fail = in.u8();
+	host_alloc_fail_nth(fail >= 0xf0 ? fail % 16 + 1 : 0);
 	int ret = __QUOR_HOOK(QUOR_HOOK_TYPE_MULTICAST, QUOR_MC_SUBTYPE_INTERVAL, &mc);
+	host_alloc_fail_nth(0);
 	FZ_CHECK(mc.in_function_id ? ret == -1 && mc.result == 12345 :
 		 ret == 1 && (mc.result == 0 || mc.result == -1),
 		 "slot %u: hook %d result %d", mc.in_function_id, ret, mc.result);
@@ -282,7 +210,6 @@ void frame(Input &in)
 // switch tag); op 3 consumes it only with result 2.
 void api(Input &in)
 {
-	static const char *names[] = { "eth0.1", "eth0.8", "eth0.0", "eth0.", "eth", "ux3", "" };
 	Owned own;
 	frames::Skb skb;
 	quor_peer_mc mc;
@@ -299,9 +226,9 @@ void api(Input &in)
 		f = in.bytes(2100);
 		mc.param2 = in.u8() < 0xf0 ? own.copy(f) : (f.clear(), nullptr);
 		mc.param3 = mc.param2 || in.u8() & 1 ? f.size() : in.u32();
-		mc.param.bytes[0] = port_from(in);
+		mc.param.bytes[0] = in.u8();
 	} else if (id == 2 || id == 3) {
-		f = frame_from(in);
+		f = in.bytes(2048);
 		skb = skb_for(in, f, true);
 		mc.skb = null ? nullptr : skb.get();
 	} else if (id >= 4 && id <= 6) {
@@ -317,13 +244,12 @@ void api(Input &in)
 	} else if (id >= 10 && id <= 13) {
 		arg = own.put<u32>(in.u8() < 0xf0 ? in.u8() % 7 : in.u32());
 	} else if (id == 14) {
-		uint8_t w = in.u8() % 8;
-		f = w < 7 ? Bytes(names[w], names[w] + strlen(names[w])) : in.bytes(24);
+		f = in.bytes(24);	/* a port name */
 		f.push_back(0);
 		mc.param2 = null ? nullptr : own.copy(f);
 		mc.param.val = in.u8() < 0xf0 ? in.u8() % 4 : in.u32();
 	} else {	/* 7, 8 and out of range: inline values only */
-		mc.param.bytes[0] = port_from(in);
+		mc.param.bytes[0] = in.u8();
 	}
 	if (arg)
 		mc.param.ptr = null ? nullptr : arg;
@@ -360,7 +286,7 @@ void hooks(Input &in)
 	if (e)		/* read as the driver does, by offset */
 		memcpy(&got, e + QUOR_PEER_FLOW_INDEX, sizeof(got));
 	FZ_CHECK(!e || (idx > 0 && got == idx), "record %d for index %d", got, idx);
-	Bytes f = frame_from(in);
+	Bytes f = in.bytes(2048);
 	frames::Skb skb = skb_for(in, f, true);
 	uint64_t mask = in.u32();
 	mask |= (uint64_t)in.u32() << 32;
@@ -398,7 +324,8 @@ void env(Input &in)
 // record cannot be read (entries, mode, snooping, the caller's array);
 // -EFAULT when the answer cannot be written; the mode read back; get
 // writes no more records than asked or room for, gives back the caller's
-// pointer and count, and only records of its port.
+// pointer and count, and only records of its port, or without room for
+// them (-ENOMEM) leaves the request as it was.
 void ioctl(Input &in)
 {
 	static const uint8_t size_in[11] = { 0, 80, 80, 80, 1, 0, 32, 4, 0, 1, 0 };
@@ -429,8 +356,10 @@ void ioctl(Input &in)
 	host_uaccess_add_fault(bad, page.data() + 2 * kPage - bad);
 	host_uaccess_add_fault(&arr[cap * 80], 2 * kPage - cap * 80);
 
+	bool nomem = in.u8() >= 0xf0;	/* the room for get-entries */
+	host_alloc_fail_sleeping(nomem);
 	long r = host_chrdev_ioctl(QUOR_IGMP_MAJOR, in.u8(), cmd, arg);
-
+	host_alloc_fail_sleeping(0);
 	host_uaccess_clear_faults();
 	u32 m;
 	memcpy(&m, page.data(), 4);
@@ -444,7 +373,8 @@ void ioctl(Input &in)
 		 r == (long)m && m == igmp_filter_mode : r == 0 || r == -1), "command %u: %ld", cmd, r);
 	quor_peer_get_req out;
 	memcpy(&out, page.data(), sizeof(out));
-	FZ_CHECK(cmd != 6 || (texts() == before && (r == -EFAULT || (r >= 0 &&
+	FZ_CHECK(cmd != 6 || (texts() == before && (r == -EFAULT || (r == -ENOMEM && nomem &&
+		 !memcmp(&out, &req, sizeof(out))) || (r >= 0 &&
 		 r <= std::max(req.entry_num, 0) && out.entry_num == r &&
 		 out.entries == req.entries && out.port_id == req.port_id &&
 		 (req.entries != (void *)arr.data() || r <= (long)cap)))),
@@ -453,30 +383,16 @@ void ioctl(Input &in)
 		FZ_CHECK(arr[i * 80] == req.port_id, "record of port %u", arr[i * 80]);
 }
 
-// Any bytes (commands from a vocabulary, changed, or raw) and any count to
-// any proc file, from a buffer exactly as long as the bytes, part of it
-// unreadable now and then.  A write answers the count; -22 for a count
+// Any bytes (the corpus holds the commands) and any count to any proc
+// file, from a buffer exactly as long as the bytes, part of it unreadable
+// now and then.  A write answers the count; -22 for a count
 // over the file's limit (read nothing); -14 when a byte cannot be read; -5
 // for the read-only files; a refused write changes no file's text.
 void proc_write(Input &in)
 {
-	static const char *const cmds[] = {
-		"add ipv4 239.1.1.1 01:00:5e:01:01:01 1 100 0 8100 0064 8100 0fff",
-		"add ipv6 ff0e:0:0:0:0:0:0:1 33:33:00:00:00:01 16 -1 4 88a8 e00a 8100 0001",
-		"del ipv4 239.1.1.1 01:00:5e:01:01:01 1 100 0 0 0 0 0",
-		"update ipv4 239.1.1.1 01:00:5e:01:01:01 1 100 3 0 0 0 0",
-		"del_by_port 1", "del_all", "filter_mode 5", "snooping 0",
-		"add ipv4x 1.2.3.4 1:2:3:4:5:6", "add", "3", "0", "eth0.2 2", "eth0.9 1", "ux0 2",
-	};
 	auto &f = kFiles[in.u8() % 5];
+	Bytes t = in.bytes(300);
 	uint8_t how = in.u8();
-	std::string c = how < 0x80 ? cmds[how % 15] + std::string(how & 0x40 ? "\n" : "") : "";
-	Bytes t = how < 0x80 ? Bytes(c.begin(), c.end()) : in.bytes(300);
-	for (unsigned int n = how < 0x80 ? in.u8() % 4 : 0; n && !t.empty(); n--) {
-		size_t pos = in.u16() % t.size();
-		t[pos] = in.u8();
-	}
-	how = in.u8();
 	size_t count = how >= 0xe0 ? f.max + 1 + in.u16() : t.size();
 	size_t fault = how >= 0xc0 && how < 0xe0 && !t.empty() ? in.u16() % t.size() : t.size();
 	Owned own;
