@@ -29,9 +29,9 @@ Bytes frame(const std::vector<Tag> &tags, size_t payload = 30)
 sk_buff *skb_of(const Bytes &b, unsigned headroom = 64)
 {
 	sk_buff *skb = alloc_skb(headroom + b.size() + 16, GFP_ATOMIC);
+
 	skb_reserve(skb, headroom);
-	if (!b.empty())
-		memcpy(skb_put(skb, b.size()), b.data(), b.size());
+	memcpy(skb_put(skb, b.size()), b.data(), b.size());
 	skb_reset_mac_header(skb);
 	return skb;
 }
@@ -41,36 +41,21 @@ Bytes bytes_of(sk_buff *skb)
 	return Bytes(skb_mac_header(skb), skb_tail_pointer(skb));
 }
 
-// Flow records added by a test go at module stop, in the fixture's TearDown.
-class Vlan : public jt::ModuleTest {
-protected:
-	// Apply treatment @mode to @in and return the frame that results.
-	Bytes apply(const Bytes &in, u32 mode, u16 otci, u16 itci, sk_buff **keep = nullptr)
-	{
-		sk_buff *skb = skb_of(in);
-		jix_vlan_apply(skb, mode, otci, itci);
-		Bytes out = bytes_of(skb);
-		if (keep)
-			*keep = skb;
-		else
-			kfree_skb(skb);
-		return out;
-	}
+// A learned flow on the flow list; it goes at module stop.
+void flow(s32 index, u32 tags, u32 outer, u32 inner)
+{
+	hwnat_flow_entry *f = hwnat_rec_alloc();
 
-	hwnat_flow_entry *flow(s32 index, u32 tags, u32 outer, u32 inner)
-	{
-		hwnat_flow_entry *f = hwnat_rec_alloc();
-		f->index = index;
-		f->tag_num = tags;
-		f->outer_tag = outer;
-		f->inner_tag = inner;
-		spin_lock_bh(&hwnat_flow_lock);
-		hwnat_rec_add(&hwnat_flows, f, [](timer_list *) {});
-		spin_unlock_bh(&hwnat_flow_lock);
-		return f;
-	}
+	f->index = index;
+	f->tag_num = tags;
+	f->outer_tag = outer;
+	f->inner_tag = inner;
+	spin_lock_bh(&hwnat_flow_lock);
+	hwnat_rec_add(&hwnat_flows, f, [](timer_list *) {});
+	spin_unlock_bh(&hwnat_flow_lock);
+}
 
-};
+using Vlan = jt::ModuleTest;
 
 // Each treatment on frames with zero, one and two tags.  A VID of 4095
 // means "not given"; only the low 16 bits of the mode select.
@@ -80,7 +65,7 @@ TEST_F(Vlan, TreatmentsOnFrameCopies)
 	const Bytes two = frame({ { 0x8100, 0x0001 }, { 0x9100, 0x0002 } });
 	const Bytes two_pri = frame({ { 0x8100, 0x1064 }, { 0x8100, 0x0002 } });
 	const Bytes s_tag = frame({ { 0x88a8, 0xB064 } });
-	struct {
+	const struct {
 		const char *what;
 		Bytes in;
 		u32 mode;
@@ -111,9 +96,15 @@ TEST_F(Vlan, TreatmentsOnFrameCopies)
 		{ "strip untagged", none, JIX_VLAN_STRIP, 0, 0, none },
 		{ "strip leaves 0x9100", frame({ { 0x9100, 5 } }), JIX_VLAN_STRIP, 0, 0,
 		  frame({ { 0x9100, 5 } }) },
+		{ "strip the outer tag only", frame({ { 0x88a8, 0xA064 }, { 0x8100, 5 } }),
+		  JIX_VLAN_STRIP, 0, 0, frame({ { 0x8100, 5 } }) },
 	};
-	for (auto &c : cases)
-		EXPECT_EQ(c.out, apply(c.in, c.mode, c.otci, c.itci)) << c.what;
+	for (const auto &c : cases) {
+		sk_buff *skb = skb_of(c.in);
+		jix_vlan_apply(skb, c.mode, c.otci, c.itci);
+		EXPECT_EQ(c.out, bytes_of(skb)) << c.what;
+		kfree_skb(skb);
+	}
 	// The exported remark call leaves a tag alone for a priority above 7.
 	sk_buff *skb = skb_of(two_pri);
 	jix_mcts_vlan_replace_and_remark(skb, 10, 20, 8, 3);
@@ -121,44 +112,36 @@ TEST_F(Vlan, TreatmentsOnFrameCopies)
 	kfree_skb(skb);
 }
 
-TEST_F(Vlan, StripRemovesOuterTagAndRecordsPriority)
+// Strip records the removed priority in metadata bits 13..11 and sets bit
+// 16; other bits stay.
+TEST_F(Vlan, StripSetsProtocolAndRecordsPriority)
 {
-	sk_buff *skb;
-	Bytes in = frame({ { 0x88a8, 0xA064 }, { 0x8100, 0x0005 } });
-	Bytes out = apply(in, JIX_VLAN_STRIP, 0, 0, &skb);
-	EXPECT_EQ(frame({ { 0x8100, 0x0005 } }), out);
-	EXPECT_EQ(htons(0x8100), skb->protocol);
-	EXPECT_EQ((5u << 11) | (1u << 16), jix_skb_vendor_flags(skb));
-	EXPECT_EQ(skb->data, skb_mac_header(skb));
-	kfree_skb(skb);
-	// Other metadata bits are kept, the old priority replaced.
-	skb = skb_of(frame({ { 0x8100, 0x2001 } }));
+	sk_buff *skb = skb_of(frame({ { 0x88a8, 0xA064 }, { 0x8100, 0x0005 } }));
 	jix_skb_set_vendor_flags(skb, (7u << 11) | 0x2);
 	jix_vlan_apply(skb, JIX_VLAN_STRIP, 0, 0);
-	EXPECT_EQ((1u << 11) | (1u << 16) | 0x2, jix_skb_vendor_flags(skb));
+	EXPECT_EQ(htons(0x8100), skb->protocol);
+	EXPECT_EQ((5u << 11) | (1u << 16) | 0x2, jix_skb_vendor_flags(skb));
+	EXPECT_EQ(skb->data, skb_mac_header(skb));
 	kfree_skb(skb);
 }
 
-TEST_F(Vlan, AddWithoutHeadroomOrMemoryLeavesAValidFrame)
+TEST_F(Vlan, AddWithoutHeadroomOrMemoryLeavesAValidFrameAndCutFramesAreSafe)
 {
 	Bytes in = frame({});
 	sk_buff *skb = skb_of(in, 0);
 	host_alloc_fail_all(1);
 	jix_vlan_apply(skb, JIX_VLAN_ADD, 10, 0xFFF);
 	host_alloc_fail_all(0);
-	EXPECT_EQ(in, bytes_of(skb)); // unchanged, still usable
+	EXPECT_EQ(in, bytes_of(skb));	// unchanged, still usable
 	jix_vlan_apply(skb, JIX_VLAN_ADD, 10, 0xFFF);
 	EXPECT_EQ(frame({ { 0x8100, 10 } }), bytes_of(skb));
 	kfree_skb(skb);
-}
 
-TEST_F(Vlan, TruncatedFramesAreNeverReadPastTheirEnd)
-{
+	// No treatment reads past the end of a cut frame (AddressSanitizer).
 	Bytes full = frame({ { 0x8100, 0x2064 }, { 0x8100, 3 } }, 0);
 	for (size_t n = 0; n <= full.size(); n++) {
-		Bytes cut(full.begin(), full.begin() + n);
 		for (u32 mode = 0; mode < 6; mode++) {
-			sk_buff *skb = skb_of(cut);
+			skb = skb_of(Bytes(full.begin(), full.begin() + n));
 			jix_vlan_apply(skb, mode, 10, 20);
 			kfree_skb(skb);
 		}
@@ -167,19 +150,23 @@ TEST_F(Vlan, TruncatedFramesAreNeverReadPastTheirEnd)
 
 using WordsFn = void (*)(u32 idx, const vlan_action *a, u32 *outer, u32 *inner);
 
-void strip_words(u32 idx, const vlan_action *, u32 *outer, u32 *inner)
-{
-	quor_mcst_vlan_strip(idx, outer, inner);
-}
-
-// Flows 7 (0x8100 B064 over 0x88a8 1003), 3 (0x8100 0064) and 4 (0x88a8
-// 0001 over 0x8100 0002); words start as @o0 / @i0.
+// Flows 7 (0x8100 B064 over 0x88a8 1003), 3 (0x8100 0064), 4 (0x88a8 0001
+// over 0x8100 0002) and twice 5; words start as @o0 / @i0.
 TEST_F(Vlan, HardwareTagWords)
 {
 	flow(7, 2, 0x8100B064, 0x88a81003);
 	flow(3, 1, 0x81000064, 0);
 	flow(4, 2, 0x88a80001, 0x81000002);
-	struct {
+	flow(5, 1, 0x81000001, 0);
+	flow(5, 2, 0x81000002, 0x81000003);
+	WordsFn strip = [](u32 idx, const vlan_action *, u32 *o, u32 *i) {
+		quor_mcst_vlan_strip(idx, o, i);
+	};
+	WordsFn learned = [](u32 idx, const vlan_action *, u32 *o, u32 *i) {
+		u32 n;
+		quor_mcst_get_skb_vlan(idx, o, i, &n);
+	};
+	const struct {
 		const char *what;
 		WordsFn fn;
 		u32 idx;
@@ -196,10 +183,12 @@ TEST_F(Vlan, HardwareTagWords)
 		{ "add and remark", quor_mcst_vlan_add_and_remark, 3, 0xA00A, 0x2014, 0, 0,
 		  0x8100A00A, 0x81002014 },
 		{ "add, no VID given", quor_mcst_vlan_add, 3, 0xFFF, 0xFFF, 1, 1, 1, 1 },
-		{ "strip the only tag", strip_words, 3, 0, 0, 1, 1, 0, 0 },
-		{ "strip, inner moves out", strip_words, 4, 0, 0, 1, 1, 0x81000002, 0 },
+		{ "strip the only tag", strip, 3, 0, 0, 1, 1, 0, 0 },
+		{ "strip, inner moves out", strip, 4, 0, 0, 1, 1, 0x81000002, 0 },
+		{ "learned tags: the last flow of an index", learned, 5, 0, 0, 0, 0,
+		  0x81000002, 0x81000003 },
 	};
-	for (auto &c : cases) {
+	for (const auto &c : cases) {
 		vlan_action a{};
 		a.outer_tci = c.otci;
 		a.inner_tci = c.itci;
@@ -210,55 +199,37 @@ TEST_F(Vlan, HardwareTagWords)
 	}
 }
 
-TEST_F(Vlan, LastFlowOfAnIndexWins)
-{
-	flow(5, 1, 0x81000001, 0);
-	flow(5, 2, 0x81000002, 0x81000003);
-	u32 o = 0, i = 0, n = 0;
-	quor_mcst_get_skb_vlan(5, &o, &i, &n);
-	EXPECT_EQ(0x81000002u, o);
-	EXPECT_EQ(2u, n);
-}
-
-struct HookCall {
-	int index;
+struct {
+	int index, calls;
 	unsigned outer, inner;
-	int calls;
-};
-HookCall hook_seen;
-
-int record_update_vlan(int index, unsigned outer, unsigned inner)
-{
-	hook_seen = { index, outer, inner, hook_seen.calls + 1 };
-	return 0;
-}
-
-igmp_entry_info entry_on(u8 port, u32 mode, u16 otci, u16 itci)
-{
-	igmp_entry_info e{};
-	e.port = port;
-	e.vlan = -1;
-	e.grp_ip.addr[0] = 239;
-	e.grp_ip.addr[3] = port;
-	e.vlan_mode = mode;
-	e.outer_tci = otci;
-	e.inner_tci = itci;
-	return e;
-}
+} seen;
 
 TEST_F(Vlan, DoVlanUsesFirstMemberEntryAndCallsTheDriver)
 {
 	vlan_action a{};
-	EXPECT_EQ(0, quor_get_entry_vlan_action(~0ull, &a)); // empty database
+	EXPECT_EQ(0, quor_get_entry_vlan_action(~0ull, &a));	// empty database
 	flow(9, 1, 0x81000064, 0);
-	auto e1 = entry_on(1, JIX_VLAN_STRIP, 0, 0), e2 = entry_on(2, JIX_VLAN_ADD, 10, 0xFFF);
-	auto e3 = entry_on(6, 9, 0, 0), e4 = entry_on(4, JIX_VLAN_TRANSPARENT, 5, 6);
-	for (auto *e : { &e1, &e2, &e3, &e4 })
-		quor_igmp_add_entry(e);
-	hook_seen = {};
-	quor_mcst_do_vlan(9, 1u << 2); // no hook set: nothing happens
-	ux_sw_nat_hook_update_vlan = record_update_vlan;
-	struct {
+	const struct {
+		u8 port;
+		u32 mode;
+		u16 otci;
+	} entries[] = { { 1, JIX_VLAN_STRIP, 0 }, { 2, JIX_VLAN_ADD, 10 }, { 6, 9, 0 },
+			{ 4, JIX_VLAN_TRANSPARENT, 5 } };
+	for (const auto &m : entries) {
+		igmp_entry_info e = jt::entry(m.port, "239.1.1.1");
+		e.grp_ip.addr[3] = m.port;	// one group per port
+		e.vlan_mode = m.mode;
+		e.outer_tci = m.otci;
+		e.inner_tci = m.otci ? 0xFFF : 6;
+		ASSERT_EQ(0, quor_igmp_add_entry(&e));
+	}
+	seen = {};
+	quor_mcst_do_vlan(9, 1u << 2);	// no hook set: nothing happens
+	ux_sw_nat_hook_update_vlan = [](int index, unsigned outer, unsigned inner) {
+		seen = { index, seen.calls + 1, outer, inner };
+		return 0;
+	};
+	const struct {
 		u64 mask;
 		int calls;
 		u32 outer, inner;
@@ -269,12 +240,12 @@ TEST_F(Vlan, DoVlanUsesFirstMemberEntryAndCallsTheDriver)
 		{ 1u << 6, 2, 0x8100000A, 0x81000064 },		// unknown mode
 		{ 1u << 4, 3, 0x81000064, 0 },			// transparent: as learned
 	};
-	for (auto &c : cases) {
+	for (const auto &c : cases) {
 		quor_mcst_do_vlan(9, c.mask);
-		EXPECT_EQ(c.calls, hook_seen.calls) << c.mask;
-		EXPECT_EQ(9, hook_seen.index);
-		EXPECT_EQ(c.outer, hook_seen.outer) << c.mask;
-		EXPECT_EQ(c.inner, hook_seen.inner) << c.mask;
+		EXPECT_EQ(c.calls, seen.calls) << c.mask;
+		EXPECT_EQ(9, seen.index);
+		EXPECT_EQ(c.outer, seen.outer) << c.mask;
+		EXPECT_EQ(c.inner, seen.inner) << c.mask;
 	}
 	EXPECT_EQ(1, quor_get_entry_vlan_action(1u << 6, &a));
 	EXPECT_EQ(9u, a.vlan_mode);
