@@ -82,7 +82,7 @@ TEST_F(Hwnat, FramesOfABoundFlowRefreshItsRecordOthersReplaceIt)
 	host_jiffies_advance(1500);	// past the first frame's expiry
 	const std::string f8b = "8 239.1.1.2<10.0.0.1 p2 t0 0/0 v-1 w0 m1 @106000; ";
 	EXPECT_EQ("7 239.1.1.1<10.0.0.1 p2 t2 88a80064/81002005 v100 w1 m10006 @105000; " + f8b, flows());
-	EXPECT_EQ("", calls_of("is_mc(7"));
+	EXPECT_EQ("", calls_of({ "is_mc(7" }));
 
 	const struct { Bytes frame; const char *rec; } others[] = {
 		{ v4("239.1.1.1", { s_tag, c_tag2 }), "239.1.1.1<10.0.0.1 p2 t2 88a80064/81002006 v100" },
@@ -252,13 +252,13 @@ TEST_F(Hwnat, LearnHookReappliesTheTableForMulticastFramesOnly)
 	EXPECT_EQ("", drv.calls + log_take());
 	learn(v4("239.1.1.1"));
 	EXPECT_NE(std::string::npos, log_take().find("[jix_xpon_hwnat_learn_flow]tx bind enter!!!!\n"));
-	EXPECT_EQ("delete(7) set_info(8,0x5,0) set_info(9,0x9,0) ", calls_of("delete(") + calls_of("set_info("));
+	EXPECT_EQ("delete(7) set_info(8,0x5,0) set_info(9,0x9,0) ", calls_of({ "delete(" }) + calls_of({ "set_info(" }));
 	EXPECT_EQ(0u, flows().find("8 "));
 	// A PPPoE frame to a group counts, whatever its destination MAC.
 	drv.calls.clear();
 	drv.is_mc = 0;
 	learn(ppp(0x0021, ipv4("10.0.0.9", "239.2.2.2", 17, udp(5000, 5001))));
-	EXPECT_EQ("", flows() + calls_of("delete("));	// the engine holds neither
+	EXPECT_EQ("", flows() + calls_of({ "delete(" }));	// the engine holds neither
 }
 
 // The driver reads the record its find hook returns until it leaves

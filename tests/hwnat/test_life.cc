@@ -43,7 +43,7 @@ TEST_F(Hwnat, AFlowFromFirstFrameToModuleStop)
 	EXPECT_EQ(1, mcst_acnt[0].valid);
 	ASSERT_EQ(0, quor_igmp_add_entry(&p2));
 	EXPECT_EQ("set_info(7,0xa,0) set_info(7,0x8,0) dp(7,15) delete(7) ",
-		  calls_of("set_info(") + calls_of("dp(7,15") + calls_of("delete("));
+		  calls_of({ "set_info(" }) + calls_of({ "dp(7,15" }) + calls_of({ "delete(" }));
 	EXPECT_EQ("", drops());
 	// Its frames bind the flow again, until the engine gives it up.
 	ASSERT_EQ(0x4u, members());
@@ -53,7 +53,7 @@ TEST_F(Hwnat, AFlowFromFirstFrameToModuleStop)
 	drv.is_mc = 0;
 	host_jiffies_advance(1);
 	EXPECT_EQ("", flows());
-	EXPECT_EQ("delete(7) ", calls_of("delete("));	// nothing left to delete
+	EXPECT_EQ("delete(7) ", calls_of({ "delete(" }));	// nothing left to delete
 
 	// Stop (entries left) with a bound flow and a drop, timers pending.
 	drv.foe = 9;
@@ -146,7 +146,7 @@ TEST_F(Hwnat, StopWaitsForAnExpiryInFlightOnAnotherProcessor)
 	softirq.join();
 	// The drop is deleted in the engine exactly once, by its expiry or by
 	// stop, whichever comes first.
-	EXPECT_EQ("delete(8) ", calls_of("delete("));
+	EXPECT_EQ("delete(8) ", calls_of({ "delete(" }));
 	EXPECT_EQ(0, host_timers_running());
 }
 
