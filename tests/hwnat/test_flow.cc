@@ -195,6 +195,7 @@ TEST_F(Hwnat, RemovalByIndexAndClearCleanUpTheHardware)
 		bind(v4(i == 7 ? "239.1.1.1" : i ? "239.1.1.2" : "239.1.1.3"), 0x1);
 	}
 	EXPECT_EQ(0, jix_update_iptv_table_entry(-1));
+	EXPECT_EQ(f7 + f8 + "0 239.1.1.3<10.0.0.1 p2 t0 0/0 v-1 w0 m1 @103000; ", flows());
 	jix_xpon_hwnat_del_flow_by_index(7);
 	EXPECT_EQ("is_mc(7,0) delete(7) ", drv.calls);
 	EXPECT_EQ(1, mcst_acnt[0].valid);	// 239.1.1.1's slot is free
