@@ -154,7 +154,9 @@ TEST_F(Vlan, HardwareTagWordsOfTheFirstMemberEntry)
 	// Called directly, a computation leaves what its rule does not write.
 	u32 o = 1, i = 1;
 	a.outer_tci = a.inner_tci = 0xFFF;
-	quor_mcst_vlan_add(9, &a, &o, &i);
+	quor_mcst_vlan_add(9, &a, &o, &i);	// no VID given
+	a.outer_tci = 10;
+	quor_mcst_vlan_replace(8, &a, &o, &i);	// no such flow
 	EXPECT_EQ(0x101u, o << 8 | i);
 	quor_mcst_vlan_strip(9, &o, &i);
 	EXPECT_EQ(0u, o | i);
