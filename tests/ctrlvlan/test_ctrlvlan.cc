@@ -39,10 +39,10 @@ int api_skb(u32 id, sk_buff *skb)
 	return mc.result;
 }
 
-// An entry of 239.1.1.1 on @port with a VLAN treatment.
+// An entry of 239.1.1.1, VLAN 100, on @port with a VLAN treatment.
 igmp_entry_info member(u8 port, u32 mode = 0, u16 otci = 0, u16 itci = 0, u16 otpid = 0x8100)
 {
-	igmp_entry_info e = entry(port, "239.1.1.1");
+	igmp_entry_info e = entry(port, "239.1.1.1", 100);
 	e.vlan_mode = mode;
 	e.outer_tpid = otpid;
 	e.outer_tci = otci;
@@ -97,7 +97,7 @@ protected:
 
 // Operation 2 decides on the real type field and gives the frame back as
 // it came (type 0 without the switch tag's second half); operation 3 sends
-// copies with the real type.  Neither changes the data of a clone's other
+// copies with the real type, treated for their port (here VID 300).  Neither changes the data of a clone's other
 // owner.
 TEST_F(CtrlVlan, SwitchTagsInOperationsTwoAndThree)
 {
@@ -106,12 +106,12 @@ TEST_F(CtrlVlan, SwitchTagsInOperationsTwoAndThree)
 		  edit(data(), 12, { 0x00, 0x05, 0, 0 }, true), data() },
 		{ "type 0, value 0", edit(data(), 12, { 0x00, 0x00, 0xab, 0xcd }, true),
 		  edit(data(), 12, { 0, 0, 0, 0 }, true), data() },
-		{ "type 1", edit(data({ { 0x8100, 100 } }), 12, { 0x01, 0x00 }), {}, data({ { 0x8100, 100 } }) },
-		{ "type 2", edit(data({ { 0x88a8, 100 } }), 12, { 0x02, 0x00 }), {}, data({ { 0x88a8, 100 } }) },
+		{ "type 1", edit(data({ { 0x8100, 100 } }), 12, { 0x01, 0x00 }), {}, data({ { 0x8100, 300 } }) },
+		{ "type 2", edit(data({ { 0x88a8, 100 } }), 12, { 0x02, 0x00 }), {}, data({ { 0x88a8, 300 } }) },
 		{ "type 3", edit(data(), 12, { 0x03, 0x00 }), {}, {} },	// not data: sent as it is
 	};
 	quor_igmp_set_filterMode(IGMP_FILTER_MAC);	// type 3 has no readable IP
-	add(member(0, 1, 100));
+	add(member(0, 1, 300));
 	add(member(1, 1, 200));
 	for (const auto &c : cases) {
 		std::string after;
@@ -194,6 +194,7 @@ TEST_F(CtrlVlan, EntryAddAndDeleteMoveTheFlowBetweenHardwareAndSoftware)
 		{ false, member(2), hw }, { true, member(16, 1, 300), sw },
 		{ false, member(16), hw }, { false, member(1), hw },	// one member left: not 1:N
 	};
+	quor_igmp_set_filterMode(IGMP_FILTER_MAC_IP_VID);	// the entries' VID is a key
 	add(member(0, 1, 200));
 	add(member(3, 1, 300));
 	del(member(3));
@@ -204,7 +205,7 @@ TEST_F(CtrlVlan, EntryAddAndDeleteMoveTheFlowBetweenHardwareAndSoftware)
 	// flow 7, which the hardware learned with VID 100.
 	drv.foe = 7;
 	u64 m = 0;
-	igmp_get_fwd_portmask(skb_from(data()).get(), &m);
+	igmp_get_fwd_portmask(skb_from(data({ { 0x8100, 100 } })).get(), &m);
 	bind(data({ { 0x8100, 100 } }), m);
 	for (const auto &s : steps) {
 		drv.calls.clear();
@@ -221,10 +222,17 @@ TEST_F(CtrlVlan, EntryAddAndDeleteMoveTheFlowBetweenHardwareAndSoftware)
 
 TEST_F(CtrlVlan, OperationThreeConsumesItsFrameAndSendsToPortsUp)
 {
-	quor_peer_mc mc{};
-	mc.api_function_id = QUOR_MC_API_VLAN_HANDLE;
-	__QUOR_HOOK(QUOR_HOOK_TYPE_MULTICAST, QUOR_MC_SUBTYPE_API, &mc);
-	EXPECT_EQ(-1, mc.result);	// no frame
+	for (u32 op : { QUOR_MC_API_VLAN_IS_ONE_TO_N, QUOR_MC_API_VLAN_HANDLE })
+		EXPECT_EQ(-1, api_skb(op, nullptr));	// no frame
+	// A shared frame that cannot get data of its own goes, nothing sent.
+	long live = host_alloc_live();
+	Skb other(eth_skb(data()));
+	sk_buff *mine = skb_clone(other.get(), GFP_ATOMIC);
+	host_alloc_fail_all(1);
+	EXPECT_EQ(2, api_skb(QUOR_MC_API_VLAN_HANDLE, mine));
+	host_alloc_fail_all(0);
+	other.reset();
+	EXPECT_EQ(live, host_alloc_live());
 	dev["eth0.2"]->flags &= ~IFF_UP;
 	auto run = [&](const char *what, bool fail_copies, unsigned sent) {
 		long live = host_alloc_live();

@@ -12,8 +12,9 @@ TEST_F(Hwnat, DropsMadeFromFramesOfEveryKind)
 {
 	const Bytes ip4 = ipv4("10.0.0.1", "239.1.1.1", 17, udp(5000, 5001));
 	const Bytes ip6 = ipv6("2001:db8::1", "ff05::1:3", 17, udp(5000, 5001));
-	Bytes cut = v6("ff05::1:3");
+	Bytes cut = v6("ff05::1:3"), bare = cut;
 	cut.resize(14 + 39);
+	bare.resize(14 + 40);	// the IPv6 header alone
 	// foe -99: no hook; rec "": the frame is left to the caller (-1), nothing asked.
 	const struct { Bytes frame; int foe; const char *rec; } cases[] = {
 		{ v4("239.1.1.1"), 7, "239.1.1.1<10.0.0.1 p2 t0 0/0 v-1" },
@@ -26,6 +27,7 @@ TEST_F(Hwnat, DropsMadeFromFramesOfEveryKind)
 		{ eth(mac("01:00:5e:01:01:01"), mac("00:11:22:33:44:55"), {}, 0x0806, Bytes(28, 0)), 7, "" },
 		{ ppp(0xC021, ip4), 7, "" },	// LCP in the session
 		{ cut, 7, "" },
+		{ bare, 7, "ff05::1:3<2001:db8::1 p16 t0 0/0 v-1" },
 		{ v4("239.1.1.1"), 0, "" },
 		{ v4("239.1.1.1"), -1, "" },
 		{ v4("239.1.1.1"), -99, "" },
