@@ -25,7 +25,8 @@ sk_buff *skb_of(const Bytes &b, unsigned headroom = 64)
 	sk_buff *skb = alloc_skb(headroom + b.size() + 16, GFP_ATOMIC);
 
 	skb_reserve(skb, headroom);
-	memcpy(skb_put(skb, b.size()), b.data(), b.size());
+	if (!b.empty())
+		memcpy(skb_put(skb, b.size()), b.data(), b.size());
 	skb_reset_mac_header(skb);
 	return skb;
 }
