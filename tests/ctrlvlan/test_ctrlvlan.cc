@@ -329,7 +329,7 @@ TEST_F(Queries, QueriesRelayedToEveryPort)
 		seen.clear();
 		log_take();
 		query(c.frame, c.kind, dev[c.in]);
-		EXPECT_EQ(c.snooping ? 1u : 0u, seen.size());
+		EXPECT_EQ(c.snooping ? 1u : 0u, seen.size()) << c.in;
 		std::string log = log_take();
 		size_t asked = 0;
 		for (size_t i = 0; (i = log.find("[quor_jix_muliticast_api_hook]Enter, function_id=1\n", i)) != log.npos; i++)

@@ -17,21 +17,22 @@ TEST_F(Hwnat, DropsMadeFromFramesOfEveryKind)
 	cut.resize(14 + 39);
 	bare.resize(14 + 40);	// the IPv6 header alone
 	// foe -99: no hook; rec "": the frame is left to the caller (-1), nothing asked.
-	const struct { Bytes frame; int foe; const char *rec; } cases[] = {
-		{ v4("239.1.1.1"), 7, "239.1.1.1<10.0.0.1 p2 t0 0/0 v-1" },
-		{ v4("239.1.1.1", { { 0x8100, 0x2064 } }), 7, "239.1.1.1<10.0.0.1 p2 t0 0/0 v100" },
-		{ v4("239.1.1.1", { { 0x9100, 0x0005 } }), 7, "239.1.1.1<10.0.0.1 p2 t0 0/0 v5" },
-		{ v4("239.1.1.1", { { 0x88A8, 0x0BB8 }, { 0x8100, 7 } }), 7, "239.1.1.1<10.0.0.1 p2 t0 0/0 v3000" },
-		{ v6("ff05::1:3", { { 0x8100, 9 } }), 7, "ff05::1:3<2001:db8::1 p16 t0 0/0 v9" },
-		{ ppp(0x0021, ip4), 7, "239.1.1.1<10.0.0.1 p2 t0 0/0 v-1" },
-		{ ppp(0x0057, ip6, { { 0x8100, 10 } }), 7, "ff05::1:3<2001:db8::1 p16 t0 0/0 v10" },
-		{ eth(mac("01:00:5e:01:01:01"), mac("00:11:22:33:44:55"), {}, 0x0806, Bytes(28, 0)), 7, "" },
-		{ ppp(0xC021, ip4), 7, "" },	// LCP in the session
-		{ cut, 7, "" },
-		{ bare, 7, "ff05::1:3<2001:db8::1 p16 t0 0/0 v-1" },
-		{ v4("239.1.1.1"), 0, "" },
-		{ v4("239.1.1.1"), -1, "" },
-		{ v4("239.1.1.1"), -99, "" },
+	const struct { const char *name; Bytes frame; int foe; const char *rec; } cases[] = {
+		{ "untagged", v4("239.1.1.1"), 7, "239.1.1.1<10.0.0.1 p2 t0 0/0 v-1" },
+		{ "8100", v4("239.1.1.1", { { 0x8100, 0x2064 } }), 7, "239.1.1.1<10.0.0.1 p2 t0 0/0 v100" },
+		{ "9100", v4("239.1.1.1", { { 0x9100, 0x0005 } }), 7, "239.1.1.1<10.0.0.1 p2 t0 0/0 v5" },
+		{ "88a8+8100", v4("239.1.1.1", { { 0x88A8, 0x0BB8 }, { 0x8100, 7 } }), 7,
+		  "239.1.1.1<10.0.0.1 p2 t0 0/0 v3000" },
+		{ "ipv6", v6("ff05::1:3", { { 0x8100, 9 } }), 7, "ff05::1:3<2001:db8::1 p16 t0 0/0 v9" },
+		{ "pppoe ipv4", ppp(0x0021, ip4), 7, "239.1.1.1<10.0.0.1 p2 t0 0/0 v-1" },
+		{ "pppoe ipv6", ppp(0x0057, ip6, { { 0x8100, 10 } }), 7, "ff05::1:3<2001:db8::1 p16 t0 0/0 v10" },
+		{ "ipv6 header alone", bare, 7, "ff05::1:3<2001:db8::1 p16 t0 0/0 v-1" },
+		{ "arp", eth(mac("01:00:5e:01:01:01"), mac("00:11:22:33:44:55"), {}, 0x0806, Bytes(28, 0)), 7, "" },
+		{ "LCP in the session", ppp(0xC021, ip4), 7, "" },
+		{ "ipv6 header cut", cut, 7, "" },
+		{ "index 0", v4("239.1.1.1"), 0, "" },
+		{ "index -1", v4("239.1.1.1"), -1, "" },
+		{ "no index hook", v4("239.1.1.1"), -99, "" },
 	};
 	for (const auto &c : cases) {
 		jix_xpon_hwnat_clear_all_drop();
@@ -39,10 +40,10 @@ TEST_F(Hwnat, DropsMadeFromFramesOfEveryKind)
 		drv.foe = c.foe;
 		if (c.foe == -99)
 			hwnat_skb_to_foe_hook = nullptr;
-		EXPECT_EQ(*c.rec ? 0 : -1, drop(c.frame)) << c.rec;
+		EXPECT_EQ(*c.rec ? 0 : -1, drop(c.frame)) << c.name;
 		install_driver();
-		EXPECT_EQ(*c.rec ? std::string("7 ") + c.rec + " w0 m0 @103000; " : "", drops());
-		EXPECT_EQ(*c.rec ? "drop_packet " : "", drv.calls) << c.rec;
+		EXPECT_EQ(*c.rec ? std::string("7 ") + c.rec + " w0 m0 @103000; " : "", drops()) << c.name;
+		EXPECT_EQ(*c.rec ? "drop_packet " : "", drv.calls) << c.name;
 	}
 	EXPECT_EQ(-1, multicast_hwnat_drop_entry_hook(nullptr, 0));
 }

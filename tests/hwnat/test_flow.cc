@@ -49,7 +49,7 @@ TEST_F(Hwnat, UnsupportedFramesMissingIndexOrMemoryBindNothing)
 			if (c.foe == -99)
 				hwnat_skb_to_foe_hook = nullptr;
 			bind(c.frame, 0x1);
-			EXPECT_EQ(level > 1 ? std::string("[jix_xpon_hwnat_add_flow]") + c.log : "", log_take());
+			EXPECT_EQ(level > 1 ? std::string("[jix_xpon_hwnat_add_flow]") + c.log : "", log_take()) << c.foe;
 			install_driver();
 		}
 	}

@@ -111,22 +111,22 @@ TEST_F(Vlan, AddWithoutHeadroomOrMemoryLeavesAValidFrameAndCutFramesAreSafe)
 TEST_F(Vlan, HardwareTagWordsOfTheFirstMemberEntry)
 {
 	const Tag t8100{ 0x8100, 0xB064 }, t88a8{ 0x88a8, 0x1003 }, c100{ 0x8100, 0x0064 };
-	const struct { u32 mode; u16 otci, itci; std::vector<Tag> learned; u64 mask; const char *call; } cases[] = {
-		{ JIX_VLAN_TRANSPARENT, 5, 6, { t8100, t88a8 }, 0x6, "vlan(9,0x8100b064,0x88a81003) " },
-		{ JIX_VLAN_REPLACE, 0x000A, 0x0014, { t8100, t88a8 }, 0x6, "vlan(9,0x8100b00a,0x88a81014) " },
-		{ JIX_VLAN_REPLACE, 0x000A, 0x0014, { c100 }, 0x6, "vlan(9,0x8100000a,0x0) " },
-		{ JIX_VLAN_REPLACE, 0xA00A, 0x0014, {}, 0x6, "vlan(9,0x0,0x0) " },
-		{ JIX_VLAN_REPLACE_REMARK, 0xA00A, 0x6FFF, { t8100, t88a8 }, 0x6, "vlan(9,0x8100b00a,0x0) " },
-		{ JIX_VLAN_REPLACE_REMARK, 0xAFFF, 0x6014, { t8100, t88a8 }, 0x6, "vlan(9,0x0,0x88a87014) " },
-		{ JIX_VLAN_ADD, 0xFFF, 0x2014, { c100 }, 0x6, "vlan(9,0x81002014,0x81000064) " },
-		{ JIX_VLAN_ADD, 0x200A, 0xFFF, { c100 }, 0x6, "vlan(9,0x8100200a,0x81000064) " },
-		{ JIX_VLAN_ADD_REMARK, 0xA00A, 0x2014, { c100 }, 0x6, "vlan(9,0x8100a00a,0x81002014) " },
-		{ JIX_VLAN_ADD, 0xFFF, 0xFFF, { c100 }, 0x6, "vlan(9,0x0,0x0) " },
-		{ JIX_VLAN_STRIP, 0, 0, { c100 }, 0x6, "vlan(9,0x0,0x0) " },
-		{ JIX_VLAN_STRIP, 0, 0, { t88a8, c100 }, 0x6, "vlan(9,0x81000064,0x0) " },
-		{ JIX_VLAN_STRIP, 0, 0, {}, 0x6, "vlan(9,0x0,0x0) " },
-		{ 9, 0, 0, { c100 }, 0x6, "" },			// unknown mode
-		{ JIX_VLAN_STRIP, 0, 0, { c100 }, 0x20, "" },	// no member entry
+	const struct { const char *name; u32 mode; u16 otci, itci; std::vector<Tag> learned; u64 mask; const char *call; } cases[] = {
+		{ "transparent: the learned tags", JIX_VLAN_TRANSPARENT, 5, 6, { t8100, t88a8 }, 0x6, "vlan(9,0x8100b064,0x88a81003) " },
+		{ "replace both VIDs", JIX_VLAN_REPLACE, 0x000A, 0x0014, { t8100, t88a8 }, 0x6, "vlan(9,0x8100b00a,0x88a81014) " },
+		{ "replace, one learned tag", JIX_VLAN_REPLACE, 0x000A, 0x0014, { c100 }, 0x6, "vlan(9,0x8100000a,0x0) " },
+		{ "replace, no learned tag", JIX_VLAN_REPLACE, 0xA00A, 0x0014, {}, 0x6, "vlan(9,0x0,0x0) " },
+		{ "remark, inner VID not given", JIX_VLAN_REPLACE_REMARK, 0xA00A, 0x6FFF, { t8100, t88a8 }, 0x6, "vlan(9,0x8100b00a,0x0) " },
+		{ "remark, outer VID not given", JIX_VLAN_REPLACE_REMARK, 0xAFFF, 0x6014, { t8100, t88a8 }, 0x6, "vlan(9,0x0,0x88a87014) " },
+		{ "add the inner VID only", JIX_VLAN_ADD, 0xFFF, 0x2014, { c100 }, 0x6, "vlan(9,0x81002014,0x81000064) " },
+		{ "add the outer VID only", JIX_VLAN_ADD, 0x200A, 0xFFF, { c100 }, 0x6, "vlan(9,0x8100200a,0x81000064) " },
+		{ "add and remark", JIX_VLAN_ADD_REMARK, 0xA00A, 0x2014, { c100 }, 0x6, "vlan(9,0x8100a00a,0x81002014) " },
+		{ "add, no VID given", JIX_VLAN_ADD, 0xFFF, 0xFFF, { c100 }, 0x6, "vlan(9,0x0,0x0) " },
+		{ "strip the only tag", JIX_VLAN_STRIP, 0, 0, { c100 }, 0x6, "vlan(9,0x0,0x0) " },
+		{ "strip, the inner moves out", JIX_VLAN_STRIP, 0, 0, { t88a8, c100 }, 0x6, "vlan(9,0x81000064,0x0) " },
+		{ "strip, no learned tag", JIX_VLAN_STRIP, 0, 0, {}, 0x6, "vlan(9,0x0,0x0) " },
+		{ "unknown mode", 9, 0, 0, { c100 }, 0x6, "" },
+		{ "no member entry", JIX_VLAN_STRIP, 0, 0, { c100 }, 0x20, "" },
 	};
 	vlan_action a{};
 	EXPECT_EQ(0, quor_get_entry_vlan_action(~0ull, &a));	// empty database
@@ -144,7 +144,7 @@ TEST_F(Vlan, HardwareTagWordsOfTheFirstMemberEntry)
 		ASSERT_EQ(0, quor_igmp_add_entry(&e2));
 		drv.calls.clear();
 		quor_mcst_do_vlan(9, c.mask);
-		EXPECT_EQ(c.call, drv.calls) << c.mode << " " << c.otci;
+		EXPECT_EQ(c.call, drv.calls) << c.name;
 	}
 	EXPECT_EQ(1, quor_get_entry_vlan_action(0x2, &a));
 	EXPECT_EQ(9u, a.vlan_mode);
