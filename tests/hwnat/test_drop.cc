@@ -1,8 +1,7 @@
 // Drop records: made from frames of every supported kind, refreshed by
 // later frames, removed when the group gains a member, aged while the
 // engine keeps dropping, cleared; and the text of
-// /proc/kv7730/jix_mc_hwnat_entry (served over several reads like every
-// proc file of the module, see tests/control).
+// /proc/kv7730/jix_mc_hwnat_entry.
 #include "hwnat_test.h"
 
 namespace {
@@ -162,6 +161,23 @@ TEST_F(Hwnat, ProcListsFlowsAndDropsOfEveryFamily)
 		"20    [vid=5]    [239.2.2.2]\n"
 		"21    [vid=-1]    [ff0e:0000:0000:0000:0000:0000:abcd:0001]\n"
 		"22    [vid=-1]    unknown igmp_proto\n", proc());
+}
+
+TEST_F(Hwnat, LongTableIsServedWholeOverSuccessiveReads)
+{
+	std::string want = kHeader;
+	char line[128];
+
+	for (int i = 1; i <= 200; i++) {
+		drv.foe = i;
+		bind(v4("239.3.0.1"), 0xF0000 | (u64)i);
+		snprintf(line, sizeof(line), "%d\t2\t4\t0x%X\t-1\t[10.0.0.1]\t\t\t\t\t[239.3.0.1] \n", i, 0xF0000 | i);
+		want += line;
+	}
+	want += "\ndrop list:\n";
+	ASSERT_GT(want.size(), 2u * JIX_PROC_PAGE_SIZE);
+	EXPECT_EQ(want, proc(4096));
+	EXPECT_EQ(want, proc(333));	// windows cut lines anywhere
 }
 
 } // namespace
