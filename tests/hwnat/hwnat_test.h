@@ -1,10 +1,15 @@
-// The module with its real offload code, and the hardware forwarding
-// driver played by the test: each pointer the driver exports answers as
-// the test says and records its calls.
+// The module with its real offload code; the hardware forwarding driver is
+// played by the test: each pointer it exports answers as drv says and
+// writes its call into drv.calls ("is_mc(7,0) delete(7) ...").  The clock
+// starts at tick 100000, a whole second.
 #pragma once
 
 #include "support/frames.h"
 #include "support/module_fixture.h"
+
+#include <algorithm>
+#include <functional>
+#include <mutex>
 
 extern "C" {
 #include "datapath/datapath.h"
@@ -12,54 +17,154 @@ extern "C" {
 #include "hwnat/hwnat_flow.h"
 }
 
-namespace hw {
+using namespace frames;
+using jt::entry;
+using jt::log_take;
 
 struct Driver {
-	int foe = 7;		// hwnat_skb_to_foe_hook
-	int is_mc = 1;		// hwnat_is_multicast_entry_hook
-	int is_drop = 1;	// hwnat_is_drop_entry_hook
-	int drop_packet = 1;	// ux_sw_nat_hook_drop_packet
-	std::vector<std::string> calls;	// "set_info(7,0x2)", "delete(7)", ...
-	int under_fdb_lock = 0;	// calls made while igmp_fdb_lock was held
+	int foe = 7, is_mc = 1, is_drop = 1, drop_packet = 1;	// answers
+	std::string calls;
+	int under_lock = 0;	// calls made under a lock they must not be made under
 };
+inline Driver drv;
+inline std::mutex drv_mtx;	// stand-ins may run on a timer thread
+// What another processor does after a timer fired, before its function
+// takes the lock; runs once.
+inline std::function<void()> meanwhile;
 
-extern Driver drv;
+inline int rec(int ret, const char *fmt, int a = 0, long b = 0, unsigned c = 0)
+{
+	char buf[64];
 
-// Every driver pointer set to the test's stand-ins.
-void install();
-bool called(const std::string &c);
-// Calls of one kind ("delete(" ...), in order.
-std::vector<std::string> calls_of(const std::string &prefix);
+	snprintf(buf, sizeof(buf), fmt, a, b, c);
+	std::lock_guard<std::mutex> g(drv_mtx);
+	drv.calls += std::string(buf) + " ";
+	// VLAN and port changes of a membership change come with no lock held.
+	bool lock_free = *fmt == 'v' || (!strncmp(fmt, "dp", 2) && b != HWNAT_DROP_DP);
+	drv.under_lock += lock_free ? host_locks_held() : host_lock_held_by_me(&igmp_fdb_lock);
+	return ret;
+}
 
-} // namespace hw
+inline void install_driver()
+{
+	hwnat_skb_to_foe_hook = [](sk_buff *) { return drv.foe; };
+	hwnat_is_multicast_entry_hook = [](int i, u8 *, u8 *, int v6) { return rec(drv.is_mc, "is_mc(%d,%ld)", i, v6); };
+	hwnat_is_drop_entry_hook = [](int i, u8 *, u8 *, int v6) { return rec(drv.is_drop, "is_drop(%d,%ld)", i, v6); };
+	hwnat_multicast_set_hwnat_info_hook = [](int i, unsigned m, int f) { return rec(0, "set_info(%d,0x%lx,%u)", i, m, f); };
+	hwnat_delete_foe_entry_hook = [](int i) { return rec(0, "delete(%d)", i); };
+	ux_sw_nat_hook_update_dp = [](int i, int dp) { return rec(0, "dp(%d,%ld)", i, dp); };
+	ux_sw_nat_hook_update_vlan = [](int i, unsigned o, unsigned in) { return rec(0, "vlan(%d,0x%lx,0x%x)", i, o, in); };
+	ux_sw_nat_hook_drop_packet = [](sk_buff *) { return rec(drv.drop_packet, "drop_packet"); };
+}
+
+// The calls starting with one of @prefixes, in order.
+inline std::string calls_of(std::initializer_list<std::string> prefixes)
+{
+	std::string out;
+
+	for (size_t i = 0, j; i < drv.calls.size(); i = j + 1) {
+		j = drv.calls.find(' ', i);
+		for (const auto &p : prefixes)
+			if (!drv.calls.compare(i, p.size(), p))
+				out += drv.calls.substr(i, j + 1 - i);
+	}
+	return out;
+}
+
+// A record as "index group<source pPROTO tTAGS outer/inner vVID wWIFI
+// mMASK @EXPIRY; "; an address is shown as IPv6 when the record is IPv6
+// or any of its bytes 4..15 is set.
+inline std::string text(const hwnat_flow_entry &e)
+{
+	char g[64], s[64], buf[256];
+	auto show = [&e](const u8 *a, char *out) {
+		bool v6 = e.proto == 16 || std::any_of(a + 4, a + 16, [](u8 b) { return b; });
+		inet_ntop(v6 ? AF_INET6 : AF_INET, a, out, 64);
+	};
+
+	show(e.grp_addr, g);
+	show(e.src_addr, s);
+	snprintf(buf, sizeof(buf), "%d %s<%s p%u t%u %x/%x v%d w%d m%llx @%lu; ", e.index, g, s,
+		 e.proto, e.tag_num, e.outer_tag, e.inner_tag, e.vid, e.wifi_num,
+		 (unsigned long long)e.mask, e.timer.expires);
+	return buf;
+}
 
 class Hwnat : public jt::ModuleTest {
 protected:
-	void SetUp() override;
-	void TearDown() override;
+	void SetUp() override
+	{
+		jt::ModuleTest::SetUp();
+		drv = Driver();
+		install_driver();
+		host_timer_set_prerun([](timer_list *) {
+			auto f = std::move(meanwhile);
+			meanwhile = nullptr;
+			if (f)
+				f();
+		});
+	}
+	void TearDown() override
+	{
+		host_timer_set_prerun(nullptr);
+		meanwhile = nullptr;
+		jt::ModuleTest::TearDown();
+		EXPECT_EQ(0, drv.under_lock);
+	}
+	// A list's records, head to tail, read under its lock.
+	static std::string records(spinlock_t *lock, list_head *head)
+	{
+		std::string s;
+		hwnat_flow_entry *e;
 
-	// Copies of the records of a list, head to tail, read under its lock.
-	static std::vector<hwnat_flow_entry> flows();
-	static std::vector<hwnat_flow_entry> drops();
-	// The data handler's binding step for @frame forwarded to @mask, in
-	// softirq; returns the frame's forwarding control word.  With
-	// @fail_alloc the step's own allocation fails.
-	static u32 bind(const frames::Bytes &frame, u64 mask, bool fail_alloc = false);
-	// The handler's drop step for a frame without members.
-	static int drop(const frames::Bytes &frame, bool fail_alloc = false);
-	// Member ports as the handler computes them (entries learn the index).
-	static u64 members(const frames::Bytes &frame);
-	static std::string proc(size_t chunk = 4096);
-	static std::string hex16(const u8 *a);
+		spin_lock_bh(lock);
+		list_for_each_entry(e, head, list)
+			s += text(*e);
+		spin_unlock_bh(lock);
+		return s;
+	}
+	static std::string flows() { return records(&hwnat_flow_lock, &hwnat_flow_list); }
+	static std::string drops() { return records(&hwnat_drop_lock, &hwnat_drop_list); }
+
+	// The data handler's binding step for @frame forwarded to @mask, or
+	// (@mask -1) its drop step for a frame without members, in softirq.
+	// Returns the frame's forwarding control word, or the drop's result.
+	static int pass(const Bytes &frame, s64 mask, bool fail_alloc = false)
+	{
+		Skb skb = skb_from(frame);
+		jix_pkt pk;
+		int ret = 0;
+
+		host_alloc_fail_nth(fail_alloc);
+		local_bh_disable();
+		if (mask < 0) {
+			ret = jix_xpon_hwnat_drop_multicast(skb.get(), 0);
+		} else {
+			skb_push(skb.get(), ETH_HLEN);
+			jix_xpon_parse(skb.get(), &pk);
+			pk.flow_idx = hwnat_skb_to_foe_hook ? hwnat_skb_to_foe_hook(skb.get()) : -1;
+			jix_xpon_hwnat_add_flow(skb.get(), &pk, mask);
+			ret = jix_skb_hwnat_ctrl(skb.get());
+		}
+		local_bh_enable();
+		host_alloc_fail_nth(0);
+		return ret;
+	}
+	static u32 bind(const Bytes &frame, u64 mask, bool fail = false) { return pass(frame, mask, fail); }
+	static int drop(const Bytes &frame, bool fail = false) { return pass(frame, -1, fail); }
+	static std::string proc(size_t chunk = 4096) { return host_proc_read_all("kv7730/jix_mc_hwnat_entry", chunk); }
 };
 
-// An IPv4 UDP data frame from 10.0.0.1 to @group.
-frames::Bytes v4(const char *group, const std::vector<frames::Tag> &tags = {});
-frames::Bytes v6(const char *group, const std::vector<frames::Tag> &tags = {});
-
-inline std::vector<std::string> operator+(std::vector<std::string> a,
-					  const std::vector<std::string> &b)
+// UDP data frames from 10.0.0.1 (2001:db8::1) to @group, and PPPoE ones.
+inline Bytes v4(const char *group, const std::vector<Tag> &tags = {})
 {
-	a.insert(a.end(), b.begin(), b.end());
-	return a;
+	return ipv4_udp_frame("10.0.0.1", group, 5000, 5001, tags);
+}
+inline Bytes v6(const char *group, const std::vector<Tag> &tags = {})
+{
+	return ipv6_udp_frame("2001:db8::1", group, 5000, 5001, tags);
+}
+inline Bytes ppp(u16 proto, const Bytes &ip, const std::vector<Tag> &tags = {})
+{
+	return eth(mac("00:11:22:33:44:66"), mac("00:11:22:33:44:55"), tags, 0x8864, pppoe(proto, ip));
 }

@@ -1,200 +1,183 @@
 // Drop records: made from frames of every supported kind, refreshed by
 // later frames, removed when the group gains a member, aged while the
-// engine keeps dropping, cleared.
+// engine keeps dropping, cleared; and the text of
+// /proc/kv7730/jix_mc_hwnat_entry.
 #include "hwnat_test.h"
-
-using namespace frames;
-using jt::entry;
 
 namespace {
 
-const Bytes kDst = mac("01:00:5e:01:01:01"), kSrcMac = mac("00:11:22:33:44:55");
-
-Bytes ppp_frame(u16 proto, const Bytes &ip, const std::vector<Tag> &tags = {})
-{
-	return eth(kDst, kSrcMac, tags, 0x8864, pppoe(proto, ip));
-}
-
-struct FrameCase {
-	const char *name;
-	Bytes frame;
-	u32 proto;
-	s16 vid;
-	const char *group;
-};
+const std::string f8 = "8 239.1.1.2<10.0.0.1 p2 t0 0/0 v-1 w0 m1 @103000; ";
 
 TEST_F(Hwnat, DropsMadeFromFramesOfEveryKind)
 {
 	const Bytes ip4 = ipv4("10.0.0.1", "239.1.1.1", 17, udp(5000, 5001));
 	const Bytes ip6 = ipv6("2001:db8::1", "ff05::1:3", 17, udp(5000, 5001));
-	const FrameCase cases[] = {
-		{ "untagged", v4("239.1.1.1"), 2, -1, "239.1.1.1" },
-		{ "8100", v4("239.1.1.1", { { 0x8100, 0x2064 } }), 2, 100, "239.1.1.1" },
-		{ "9100", v4("239.1.1.1", { { 0x9100, 0x0005 } }), 2, 5, "239.1.1.1" },
-		{ "88a8+8100", v4("239.1.1.1", { { 0x88A8, 0x0BB8 }, { 0x8100, 7 } }), 2,
-		  0xBB8, "239.1.1.1" },
-		{ "ipv6", v6("ff05::1:3", { { 0x8100, 0x0009 } }), 16, 9, "ff05::1:3" },
-		{ "pppoe ipv4", ppp_frame(0x0021, ip4), 2, -1, "239.1.1.1" },
-		{ "pppoe ipv6", ppp_frame(0x0057, ip6, { { 0x8100, 0x000A } }), 16, 10,
-		  "ff05::1:3" },
-	};
-
-	for (const FrameCase &c : cases) {
-		SCOPED_TRACE(c.name);
-		jix_xpon_hwnat_clear_all_drop();
-		EXPECT_EQ(0, drop(c.frame));
-		auto d = drops();
-		ASSERT_EQ(1u, d.size());
-		EXPECT_EQ(c.proto, d[0].proto);
-		EXPECT_EQ(c.vid, d[0].vid);
-		EXPECT_EQ(7, d[0].index);
-		EXPECT_EQ(0u, d[0].mask);
-		Bytes g = addr(c.group), s = addr(c.proto == 2 ? "10.0.0.1" : "2001:db8::1");
-		g.resize(16, 0);
-		s.resize(16, 0);
-		EXPECT_EQ(hex(g), hex16(d[0].grp_addr));
-		EXPECT_EQ(hex(s), hex16(d[0].src_addr));
-		EXPECT_EQ(jiffies + 3000, d[0].timer.expires);
-	}
-}
-
-TEST_F(Hwnat, FramesTheDriverCannotDropAreLeftToTheCaller)
-{
-	const Bytes ip4 = ipv4("10.0.0.1", "239.1.1.1", 17, udp(5000, 5001));
-	Bytes cut = v6("ff05::1:3");
+	Bytes cut = v6("ff05::1:3"), bare = cut;
 	cut.resize(14 + 39);
-
-	EXPECT_EQ(-1, drop(eth(kDst, kSrcMac, {}, 0x0806, Bytes(28, 0))));
-	EXPECT_EQ(-1, drop(ppp_frame(0xC021, ip4)));	// LCP in the session
-	EXPECT_EQ(-1, drop(cut));
-	hw::drv.foe = 0;
-	EXPECT_EQ(-1, drop(v4("239.1.1.1")));
-	hw::drv.foe = -1;
-	EXPECT_EQ(-1, drop(v4("239.1.1.1")));
-	hwnat_skb_to_foe_hook = nullptr;
-	EXPECT_EQ(-1, drop(v4("239.1.1.1")));
-	local_bh_disable();
+	bare.resize(14 + 40);	// the IPv6 header alone
+	// foe -99: no hook; rec "": the frame is left to the caller (-1), nothing asked.
+	const struct { const char *name; Bytes frame; int foe; const char *rec; } cases[] = {
+		{ "untagged", v4("239.1.1.1"), 7, "239.1.1.1<10.0.0.1 p2 t0 0/0 v-1" },
+		{ "8100", v4("239.1.1.1", { { 0x8100, 0x2064 } }), 7, "239.1.1.1<10.0.0.1 p2 t0 0/0 v100" },
+		{ "9100", v4("239.1.1.1", { { 0x9100, 0x0005 } }), 7, "239.1.1.1<10.0.0.1 p2 t0 0/0 v5" },
+		{ "88a8+8100", v4("239.1.1.1", { { 0x88A8, 0x0BB8 }, { 0x8100, 7 } }), 7,
+		  "239.1.1.1<10.0.0.1 p2 t0 0/0 v3000" },
+		{ "ipv6", v6("ff05::1:3", { { 0x8100, 9 } }), 7, "ff05::1:3<2001:db8::1 p16 t0 0/0 v9" },
+		{ "pppoe ipv4", ppp(0x0021, ip4), 7, "239.1.1.1<10.0.0.1 p2 t0 0/0 v-1" },
+		{ "pppoe ipv6", ppp(0x0057, ip6, { { 0x8100, 10 } }), 7, "ff05::1:3<2001:db8::1 p16 t0 0/0 v10" },
+		{ "ipv6 header alone", bare, 7, "ff05::1:3<2001:db8::1 p16 t0 0/0 v-1" },
+		{ "arp", eth(mac("01:00:5e:01:01:01"), mac("00:11:22:33:44:55"), {}, 0x0806, Bytes(28, 0)), 7, "" },
+		{ "LCP in the session", ppp(0xC021, ip4), 7, "" },
+		{ "ipv6 header cut", cut, 7, "" },
+		{ "index 0", v4("239.1.1.1"), 0, "" },
+		{ "index -1", v4("239.1.1.1"), -1, "" },
+		{ "no index hook", v4("239.1.1.1"), -99, "" },
+	};
+	for (const auto &c : cases) {
+		jix_xpon_hwnat_clear_all_drop();
+		drv.calls.clear();
+		drv.foe = c.foe;
+		if (c.foe == -99)
+			hwnat_skb_to_foe_hook = nullptr;
+		EXPECT_EQ(*c.rec ? 0 : -1, drop(c.frame)) << c.name;
+		install_driver();
+		EXPECT_EQ(*c.rec ? std::string("7 ") + c.rec + " w0 m0 @103000; " : "", drops()) << c.name;
+		EXPECT_EQ(*c.rec ? "drop_packet " : "", drv.calls) << c.name;
+	}
 	EXPECT_EQ(-1, multicast_hwnat_drop_entry_hook(nullptr, 0));
-	local_bh_enable();
-	EXPECT_TRUE(hw::drv.calls.empty());	// not even asked to drop
-	EXPECT_TRUE(drops().empty());
 }
 
-TEST_F(Hwnat, NoRecordWhenTheDriverDeclinesOrMemoryRunsOut)
+TEST_F(Hwnat, NoRecordWhenTheDriverDeclinesOrMemoryRunsOutElseTheFlowGoes)
 {
 	bind(v4("239.1.1.1"), 0x1);
-	hw::drv.drop_packet = 0;
+	drv.foe = 8;
+	bind(v4("239.1.1.2"), 0x1);
+	drv.foe = 7;
+	drv.drop_packet = 0;
 	EXPECT_EQ(0, drop(v4("239.1.1.1")));
 	ux_sw_nat_hook_drop_packet = nullptr;
 	EXPECT_EQ(0, drop(v4("239.1.1.1")));
-	hw::install();
+	install_driver();
+	drv.drop_packet = 1;
 	EXPECT_EQ(0, drop(v4("239.1.1.1"), true));
-	EXPECT_TRUE(drops().empty());
-	EXPECT_EQ(1u, flows().size());	// the flow stays when nothing was made
-}
+	EXPECT_EQ("7 239.1.1.1<10.0.0.1 p2 t0 0/0 v-1 w0 m1 @103000; " + f8, drops() + flows());
 
-TEST_F(Hwnat, FrameDropRemovesTheFlowOfItsIndexQuietly)
-{
-	bind(v4("239.1.1.1"), 0x1);
-	hw::drv.foe = 8;
-	bind(v4("239.1.1.2"), 0x1);
-	hw::drv.foe = 7;
+	drv.calls.clear();
 	EXPECT_EQ(0, drop(v4("239.1.1.1")));
-	ASSERT_EQ(1u, flows().size());
-	EXPECT_EQ(8, flows()[0].index);
-	EXPECT_EQ(std::vector<std::string>{ "drop_packet" }, hw::drv.calls);
+	EXPECT_EQ(f8, flows());	// quietly, for its index only
+	EXPECT_EQ("drop_packet ", drv.calls);
 	EXPECT_EQ(1, mcst_acnt[0].valid);	// the slot went with its last user
 }
 
+// A later frame of the index takes over the record's VLAN id and group (all
+// 16 bytes for an IPv6 record, none for one of no known family); the timer
+// keeps its expiry.
 TEST_F(Hwnat, LaterFramesRefreshTheRecordButNotItsTimer)
 {
 	drop(v4("239.1.1.1", { { 0x8100, 100 } }));
 	host_jiffies_advance(1000);
 	drop(v4("239.1.1.2", { { 0x8100, 200 } }));
-	auto d = drops();
-	ASSERT_EQ(1u, d.size());
-	EXPECT_EQ(200, d[0].vid);
-	EXPECT_EQ(0, memcmp(d[0].grp_addr, addr("239.1.1.2").data(), 4));
-	EXPECT_EQ(103000ul, d[0].timer.expires);	// from the first frame
+	EXPECT_EQ("7 239.1.1.2<10.0.0.1 p2 t0 0/0 v200 w0 m0 @103000; ", drops());
 
-	// An IPv6 record takes all 16 bytes of the frame's group buffer; a
-	// record of no known family keeps its address.
 	jix_xpon_hwnat_clear_all_drop();
 	drop(v6("ff05::1:3"));
 	drop(v4("239.1.1.2", { { 0x8100, 300 } }));
-	d = drops();
-	EXPECT_EQ(300, d[0].vid);
-	Bytes g = addr("239.1.1.2");
-	g.resize(16, 0);
-	EXPECT_EQ(hex(g), hex16(d[0].grp_addr));
-	spin_lock_bh(&hwnat_drop_lock);
+	EXPECT_EQ("7 ef01:102::<2001:db8::1 p16 t0 0/0 v300 w0 m0 @104000; ", drops());
 	list_first_entry(&hwnat_drop_list, hwnat_flow_entry, list)->proto = 3;
-	spin_unlock_bh(&hwnat_drop_lock);
 	drop(v4("239.1.1.3", { { 0x8100, 400 } }));
-	d = drops();
-	EXPECT_EQ(400, d[0].vid);
-	EXPECT_EQ(hex(g), hex16(d[0].grp_addr));
+	EXPECT_EQ("7 239.1.1.2<2001:db8::1 p3 t0 0/0 v400 w0 m0 @104000; ", drops());
 }
 
 TEST_F(Hwnat, FirstMemberOfAGroupRemovesItsFirstDropRecord)
 {
 	// An IPv6 record whose first four bytes spell 239.1.1.1 comes first.
 	drop(v6("ef01:101::5"));
-	hw::drv.foe = 8;
+	drv.foe = 8;
 	drop(v4("239.1.1.1"));
-	hw::drv.calls.clear();
+	drv.calls.clear();
+	const char *left = "8 239.1.1.1<10.0.0.1 p2 t0 0/0 v-1 w0 m0 @103000; ";
 
-	auto e = entry(1, "239.1.1.1");
-	ASSERT_EQ(0, quor_igmp_add_entry(&e));
-	EXPECT_EQ(std::vector<std::string>{ "delete(7)" }, hw::drv.calls);
-	auto d = drops();
-	ASSERT_EQ(1u, d.size());
-	EXPECT_EQ(8, d[0].index);
-
-	auto e6 = entry(2, "ef01:101::6");	// IPv6 compares all 16 bytes
-	ASSERT_EQ(0, quor_igmp_add_entry(&e6));
-	EXPECT_EQ(1u, drops().size());
-	auto e2 = entry(3, "239.1.1.1");	// not the first member
-	ASSERT_EQ(0, quor_igmp_add_entry(&e2));
-	EXPECT_EQ(1u, drops().size());
+	for (auto e : { entry(1, "239.1.1.1"), entry(2, "ef01:101::6"), entry(3, "239.1.1.1") }) {
+		ASSERT_EQ(0, quor_igmp_add_entry(&e));	// IPv6 compares 16 bytes
+		EXPECT_EQ(left, drops());	// the second 239.1.1.1 is no first member
+	}
+	EXPECT_EQ("delete(7) ", drv.calls);
 }
 
-TEST_F(Hwnat, DropLivesOnWhileTheDriverAnswersAboveZero)
+// Aging keeps a drop while the driver answers above 0; clearing and
+// snooping off remove every drop (and flow), each drop deleted in the engine.
+TEST_F(Hwnat, DropLivesOnWhileTheDriverAnswersAboveZeroOrUntilCleared)
 {
 	drop(v6("ff05::1:3"));
-	hw::drv.is_drop = 5;
+	drv.is_drop = 5;
 	host_jiffies_advance(3000);
-	ASSERT_EQ(1u, drops().size());
-	EXPECT_EQ((std::vector<std::string>{ "drop_packet", "is_drop(7,1)" }), hw::drv.calls);
-	hw::drv.is_drop = 0;
+	EXPECT_EQ("7 ff05::1:3<2001:db8::1 p16 t0 0/0 v-1 w0 m0 @106000; ", drops());
+	drv.is_drop = 0;
 	host_jiffies_advance(3000);
-	EXPECT_TRUE(drops().empty());
-	EXPECT_TRUE(hw::called("delete(7)"));
-
+	EXPECT_EQ("drop_packet is_drop(7,1) is_drop(7,1) delete(7) ", drops() + drv.calls);
 	drop(v4("239.1.1.1"));
 	hwnat_is_drop_entry_hook = nullptr;
 	host_jiffies_advance(3000);
-	EXPECT_TRUE(drops().empty());
+	EXPECT_EQ("", drops());
+
+	drop(v4("239.1.1.1"));
+	drv.foe = 8;
+	drop(v4("239.1.1.2"));
+	drv.calls.clear();
+	jix_xpon_hwnat_clear_all_drop();
+	EXPECT_EQ("delete(7) delete(8) ", drops() + drv.calls);
+	drop(v4("239.1.1.2"));
+	bind(v4("239.1.1.3"), 0x1);
+	ASSERT_EQ(0, quor_igmp_set_snooping(0));
+	EXPECT_EQ("", drops() + flows());
 	EXPECT_EQ(0, host_timers_pending());
 }
 
-TEST_F(Hwnat, ClearingAndSnoopingOffRemoveEveryDrop)
-{
-	drop(v4("239.1.1.1"));
-	hw::drv.foe = 8;
-	drop(v4("239.1.1.2"));
-	hw::drv.calls.clear();
-	jix_xpon_hwnat_clear_all_drop();
-	EXPECT_EQ((std::vector<std::string>{ "delete(7)", "delete(8)" }), hw::drv.calls);
-	EXPECT_EQ(0, host_timers_pending());
+const std::string kHeader = "index proto wifi_num    mask    vid      src_addr\t\t\t\t\tgrp_addr \n";
 
-	drop(v4("239.1.1.2"));
-	hw::drv.foe = 9;
-	bind(v4("239.1.1.3"), 0x1);
-	ASSERT_EQ(0, quor_igmp_set_snooping(0));
-	EXPECT_TRUE(drops().empty());
-	EXPECT_TRUE(flows().empty());
-	EXPECT_EQ(0, host_timers_pending());
+TEST_F(Hwnat, ProcListsFlowsAndDropsOfEveryFamily)
+{
+	EXPECT_EQ(kHeader + "\ndrop list:\n", proc());
+	const struct { int foe; Bytes frame; u64 mask; } recs[] = {	// mask 0: a drop
+		{ 7, v4("239.1.1.1", { { 0x8100, 0x0064 } }), 0x30005 },
+		{ 12, v6("ff05::1:3"), 0x1ULL << 40 | 0x2 },
+		{ 13, v4("239.1.1.3"), 0x1 },
+		{ 20, v4("239.2.2.2", { { 0x9100, 0x0005 } }), 0 },
+		{ 21, v6("ff0e::abcd:1"), 0 },
+		{ 22, v4("239.2.2.3"), 0 },
+	};
+	for (const auto &r : recs) {
+		drv.foe = r.foe;
+		r.mask ? (void)bind(r.frame, r.mask) : (void)drop(r.frame);
+	}
+	// The last record of each list of no known family.
+	list_entry(hwnat_flow_list.prev, hwnat_flow_entry, list)->proto = 7;
+	list_entry(hwnat_drop_list.prev, hwnat_flow_entry, list)->proto = 0;
+
+	EXPECT_EQ(kHeader + "7\t2\t2\t0x30005\t100\t[10.0.0.1]\t\t\t\t\t[239.1.1.1] \n"
+		"12\t16\t0\t0x10000000002\t-1\t[2001:0db8:0000:0000:0000:0000:0000:0001]\t[ff05:0000:0000:0000:0000:0000:0001:0003]\n"
+		"13\t7\t0\t0x1\t-1unknown igmp_proto\n"
+		"\ndrop list:\n"
+		"20    [vid=5]    [239.2.2.2]\n"
+		"21    [vid=-1]    [ff0e:0000:0000:0000:0000:0000:abcd:0001]\n"
+		"22    [vid=-1]    unknown igmp_proto\n", proc());
+}
+
+TEST_F(Hwnat, LongTableIsServedWholeOverSuccessiveReads)
+{
+	std::string want = kHeader;
+	char line[128];
+
+	for (int i = 1; i <= 200; i++) {
+		drv.foe = i;
+		bind(v4("239.3.0.1"), 0xF0000 | (u64)i);
+		snprintf(line, sizeof(line), "%d\t2\t4\t0x%X\t-1\t[10.0.0.1]\t\t\t\t\t[239.3.0.1] \n", i, 0xF0000 | i);
+		want += line;
+	}
+	want += "\ndrop list:\n";
+	ASSERT_GT(want.size(), 2u * JIX_PROC_PAGE_SIZE);
+	EXPECT_EQ(want, proc(4096));
+	EXPECT_EQ(want, proc(333));	// windows cut lines anywhere
 }
 
 } // namespace

@@ -1,19 +1,14 @@
-// The six VLAN treatments on frame copies, and the tag words computed for
-// hardware flows.
+// The six VLAN treatments on frame copies, and the tag words the engine is
+// given for hardware flows.
 #include <numeric>
 
-#include "support/frames.h"
-#include "support/module_fixture.h"
+#include "hwnat/hwnat_test.h"
 
 extern "C" {
-#include "hwnat/hwnat_flow.h"
 #include "vlan/vlan.h"
 }
 
 namespace {
-
-using frames::Bytes;
-using frames::Tag;
 
 // An IPv4 Ethernet frame with the given tags and @payload bytes 0, 1, ...
 Bytes frame(const std::vector<Tag> &tags, size_t payload = 30)
@@ -21,14 +16,14 @@ Bytes frame(const std::vector<Tag> &tags, size_t payload = 30)
 	Bytes p(payload);
 
 	std::iota(p.begin(), p.end(), 0);
-	return frames::eth(frames::mac("01:00:5e:01:01:01"),
-			   frames::mac("00:11:22:33:44:55"), tags, 0x0800, p);
+	return eth(mac("01:00:5e:01:01:01"), mac("00:11:22:33:44:55"), tags, 0x0800, p);
 }
 
 // A buffer as the transmit path holds a copy: data at the MAC header.
 sk_buff *skb_of(const Bytes &b, unsigned headroom = 64)
 {
 	sk_buff *skb = alloc_skb(headroom + b.size() + 16, GFP_ATOMIC);
+
 	skb_reserve(skb, headroom);
 	if (!b.empty())
 		memcpy(skb_put(skb, b.size()), b.data(), b.size());
@@ -36,41 +31,9 @@ sk_buff *skb_of(const Bytes &b, unsigned headroom = 64)
 	return skb;
 }
 
-Bytes bytes_of(sk_buff *skb)
-{
-	return Bytes(skb_mac_header(skb), skb_tail_pointer(skb));
-}
+Bytes bytes_of(sk_buff *skb) { return Bytes(skb_mac_header(skb), skb_tail_pointer(skb)); }
 
-// Flow records added by a test go at module stop, in the fixture's TearDown.
-class Vlan : public jt::ModuleTest {
-protected:
-	// Apply treatment @mode to @in and return the frame that results.
-	Bytes apply(const Bytes &in, u32 mode, u16 otci, u16 itci, sk_buff **keep = nullptr)
-	{
-		sk_buff *skb = skb_of(in);
-		jix_vlan_apply(skb, mode, otci, itci);
-		Bytes out = bytes_of(skb);
-		if (keep)
-			*keep = skb;
-		else
-			kfree_skb(skb);
-		return out;
-	}
-
-	hwnat_flow_entry *flow(s32 index, u32 tags, u32 outer, u32 inner)
-	{
-		hwnat_flow_entry *f = hwnat_rec_alloc();
-		f->index = index;
-		f->tag_num = tags;
-		f->outer_tag = outer;
-		f->inner_tag = inner;
-		spin_lock_bh(&hwnat_flow_lock);
-		hwnat_rec_add(&hwnat_flows, f, [](timer_list *) {});
-		spin_unlock_bh(&hwnat_flow_lock);
-		return f;
-	}
-
-};
+class Vlan : public Hwnat {};
 
 // Each treatment on frames with zero, one and two tags.  A VID of 4095
 // means "not given"; only the low 16 bits of the mode select.
@@ -80,40 +43,41 @@ TEST_F(Vlan, TreatmentsOnFrameCopies)
 	const Bytes two = frame({ { 0x8100, 0x0001 }, { 0x9100, 0x0002 } });
 	const Bytes two_pri = frame({ { 0x8100, 0x1064 }, { 0x8100, 0x0002 } });
 	const Bytes s_tag = frame({ { 0x88a8, 0xB064 } });
-	struct {
-		const char *what;
-		Bytes in;
-		u32 mode;
-		u16 otci, itci;
-		Bytes out;
-	} cases[] = {
+	const struct { const char *what; Bytes in; u32 mode; u16 otci, itci; Bytes out; } cases[] = {
 		{ "transparent", one, JIX_VLAN_TRANSPARENT, 5, 6, one },
 		{ "unknown mode", one, 6, 5, 6, one },
 		{ "mode in the low 16 bits", one, 0x10003, 5, 6, none },
-		{ "replace keeps priority, DEI, TPID", s_tag, JIX_VLAN_REPLACE, 10, 20,
-		  frame({ { 0x88a8, 0xB00A } }) },
+		{ "replace keeps priority, DEI, TPID", s_tag, JIX_VLAN_REPLACE, 10, 20, frame({ { 0x88a8, 0xB00A } }) },
 		{ "replace, single tag has no inner", s_tag, JIX_VLAN_REPLACE, 0xFFF, 100, s_tag },
-		{ "replace inner only", two, JIX_VLAN_REPLACE, 0xFFF, 100,
-		  frame({ { 0x8100, 0x0001 }, { 0x9100, 0x0064 } }) },
+		{ "replace inner only", two, JIX_VLAN_REPLACE, 0xFFF, 100, frame({ { 0x8100, 1 }, { 0x9100, 100 } }) },
 		{ "replace untagged", none, JIX_VLAN_REPLACE, 10, 20, none },
 		{ "replace and remark whole TCIs", two_pri, JIX_VLAN_REPLACE_REMARK, 0xA00A, 0xE014,
 		  frame({ { 0x8100, 0xA00A }, { 0x8100, 0xE014 } }) },
-		{ "bad outer VID does not stop the inner", two_pri, JIX_VLAN_REPLACE_REMARK,
-		  0xAFFF, 0x6014, frame({ { 0x8100, 0x1064 }, { 0x8100, 0x6014 } }) },
+		{ "bad outer VID does not stop the inner", two_pri, JIX_VLAN_REPLACE_REMARK, 0xAFFF, 0x6014,
+		  frame({ { 0x8100, 0x1064 }, { 0x8100, 0x6014 } }) },
 		{ "remark, inner VID not given", two_pri, JIX_VLAN_REPLACE_REMARK, 0xA00A, 0x6FFF,
 		  frame({ { 0x8100, 0xA00A }, { 0x8100, 0x0002 } }) },
-		{ "add: inner first, priority 0", none, JIX_VLAN_ADD, 0xA00A, 0x6014,
-		  frame({ { 0x8100, 10 }, { 0x8100, 20 } }) },
-		{ "add inner only", frame({ { 0x88a8, 7 } }), JIX_VLAN_ADD, 0xFFF, 20,
-		  frame({ { 0x8100, 20 }, { 0x88a8, 7 } }) },
-		{ "add and remark", none, JIX_VLAN_ADD_REMARK, 0xA00A, 0x6014,
-		  frame({ { 0x8100, 0xA00A }, { 0x8100, 0x6014 } }) },
+		{ "add: inner first, priority 0", none, JIX_VLAN_ADD, 0xA00A, 0x6014, frame({ { 0x8100, 10 }, { 0x8100, 20 } }) },
+		{ "add inner only", frame({ { 0x88a8, 7 } }), JIX_VLAN_ADD, 0xFFF, 20, frame({ { 0x8100, 20 }, { 0x88a8, 7 } }) },
+		{ "add and remark", none, JIX_VLAN_ADD_REMARK, 0xA00A, 0x6014, frame({ { 0x8100, 0xA00A }, { 0x8100, 0x6014 } }) },
 		{ "strip untagged", none, JIX_VLAN_STRIP, 0, 0, none },
-		{ "strip leaves 0x9100", frame({ { 0x9100, 5 } }), JIX_VLAN_STRIP, 0, 0,
-		  frame({ { 0x9100, 5 } }) },
+		{ "strip leaves 0x9100", frame({ { 0x9100, 5 } }), JIX_VLAN_STRIP, 0, 0, frame({ { 0x9100, 5 } }) },
+		{ "strip the outer tag only", frame({ { 0x88a8, 0xA064 }, { 0x8100, 5 } }), JIX_VLAN_STRIP, 0, 0,
+		  frame({ { 0x8100, 5 } }) },
 	};
-	for (auto &c : cases)
-		EXPECT_EQ(c.out, apply(c.in, c.mode, c.otci, c.itci)) << c.what;
+	for (const auto &c : cases) {
+		sk_buff *skb = skb_of(c.in);
+		jix_skb_set_vendor_flags(skb, (7u << 11) | 0x2);
+		jix_vlan_apply(skb, c.mode, c.otci, c.itci);
+		EXPECT_EQ(c.out, bytes_of(skb)) << c.what;
+		EXPECT_EQ(skb->data, skb_mac_header(skb)) << c.what;
+		if (c.mode == JIX_VLAN_STRIP && c.in.size() > c.out.size()) {
+			// The removed priority goes to metadata bits 13..11 with bit 16.
+			EXPECT_EQ((5u << 11) | (1u << 16) | 0x2, jix_skb_vendor_flags(skb));
+			EXPECT_EQ(htons(0x8100), skb->protocol);
+		}
+		kfree_skb(skb);
+	}
 	// The exported remark call leaves a tag alone for a priority above 7.
 	sk_buff *skb = skb_of(two_pri);
 	jix_mcts_vlan_replace_and_remark(skb, 10, 20, 8, 3);
@@ -121,164 +85,82 @@ TEST_F(Vlan, TreatmentsOnFrameCopies)
 	kfree_skb(skb);
 }
 
-TEST_F(Vlan, StripRemovesOuterTagAndRecordsPriority)
+TEST_F(Vlan, AddWithoutHeadroomOrMemoryLeavesAValidFrameAndCutFramesAreSafe)
 {
-	sk_buff *skb;
-	Bytes in = frame({ { 0x88a8, 0xA064 }, { 0x8100, 0x0005 } });
-	Bytes out = apply(in, JIX_VLAN_STRIP, 0, 0, &skb);
-	EXPECT_EQ(frame({ { 0x8100, 0x0005 } }), out);
-	EXPECT_EQ(htons(0x8100), skb->protocol);
-	EXPECT_EQ((5u << 11) | (1u << 16), jix_skb_vendor_flags(skb));
-	EXPECT_EQ(skb->data, skb_mac_header(skb));
-	kfree_skb(skb);
-	// Other metadata bits are kept, the old priority replaced.
-	skb = skb_of(frame({ { 0x8100, 0x2001 } }));
-	jix_skb_set_vendor_flags(skb, (7u << 11) | 0x2);
-	jix_vlan_apply(skb, JIX_VLAN_STRIP, 0, 0);
-	EXPECT_EQ((1u << 11) | (1u << 16) | 0x2, jix_skb_vendor_flags(skb));
-	kfree_skb(skb);
-}
-
-TEST_F(Vlan, AddWithoutHeadroomOrMemoryLeavesAValidFrame)
-{
-	Bytes in = frame({});
-	sk_buff *skb = skb_of(in, 0);
+	sk_buff *skb = skb_of(frame({}), 0);
 	host_alloc_fail_all(1);
 	jix_vlan_apply(skb, JIX_VLAN_ADD, 10, 0xFFF);
 	host_alloc_fail_all(0);
-	EXPECT_EQ(in, bytes_of(skb)); // unchanged, still usable
+	EXPECT_EQ(frame({}), bytes_of(skb));	// unchanged, still usable
 	jix_vlan_apply(skb, JIX_VLAN_ADD, 10, 0xFFF);
 	EXPECT_EQ(frame({ { 0x8100, 10 } }), bytes_of(skb));
 	kfree_skb(skb);
-}
-
-TEST_F(Vlan, TruncatedFramesAreNeverReadPastTheirEnd)
-{
+	// No treatment reads past the end of a cut frame (AddressSanitizer).
 	Bytes full = frame({ { 0x8100, 0x2064 }, { 0x8100, 3 } }, 0);
 	for (size_t n = 0; n <= full.size(); n++) {
-		Bytes cut(full.begin(), full.begin() + n);
 		for (u32 mode = 0; mode < 6; mode++) {
-			sk_buff *skb = skb_of(cut);
+			skb = skb_of(Bytes(full.begin(), full.begin() + n));
 			jix_vlan_apply(skb, mode, 10, 20);
 			kfree_skb(skb);
 		}
 	}
 }
 
-using WordsFn = void (*)(u32 idx, const vlan_action *a, u32 *outer, u32 *inner);
-
-void strip_words(u32 idx, const vlan_action *, u32 *outer, u32 *inner)
+// The treatment of the first entry (list order) whose port is in the mask,
+// applied to the tags flow 9 was learned with, reaches the driver.
+TEST_F(Vlan, HardwareTagWordsOfTheFirstMemberEntry)
 {
-	quor_mcst_vlan_strip(idx, outer, inner);
-}
-
-// Flows 7 (0x8100 B064 over 0x88a8 1003), 3 (0x8100 0064) and 4 (0x88a8
-// 0001 over 0x8100 0002); words start as @o0 / @i0.
-TEST_F(Vlan, HardwareTagWords)
-{
-	flow(7, 2, 0x8100B064, 0x88a81003);
-	flow(3, 1, 0x81000064, 0);
-	flow(4, 2, 0x88a80001, 0x81000002);
-	struct {
-		const char *what;
-		WordsFn fn;
-		u32 idx;
-		u16 otci, itci;
-		u32 o0, i0, outer, inner;
-	} cases[] = {
-		{ "replace VIDs", quor_mcst_vlan_replace, 7, 0x000A, 0x0014, 0, 0,
-		  0x8100B00A, 0x88a81014 },
-		{ "remark, inner VID not given", quor_mcst_vlan_replace_and_remark, 7,
-		  0xA00A, 0x6FFF, 0, 0, 0x8100B00A, 0 },
-		{ "replace, no such flow", quor_mcst_vlan_replace, 8, 0xA00A, 1, 0, 0, 0, 0 },
-		{ "add inner only", quor_mcst_vlan_add, 3, 0xFFF, 0x2014, 0, 0,
-		  0x81002014, 0x81000064 },
-		{ "add and remark", quor_mcst_vlan_add_and_remark, 3, 0xA00A, 0x2014, 0, 0,
-		  0x8100A00A, 0x81002014 },
-		{ "add, no VID given", quor_mcst_vlan_add, 3, 0xFFF, 0xFFF, 1, 1, 1, 1 },
-		{ "strip the only tag", strip_words, 3, 0, 0, 1, 1, 0, 0 },
-		{ "strip, inner moves out", strip_words, 4, 0, 0, 1, 1, 0x81000002, 0 },
+	const Tag t8100{ 0x8100, 0xB064 }, t88a8{ 0x88a8, 0x1003 }, c100{ 0x8100, 0x0064 };
+	const struct { const char *name; u32 mode; u16 otci, itci; std::vector<Tag> learned; u64 mask; const char *call; } cases[] = {
+		{ "transparent: the learned tags", JIX_VLAN_TRANSPARENT, 5, 6, { t8100, t88a8 }, 0x6, "vlan(9,0x8100b064,0x88a81003) " },
+		{ "replace both VIDs", JIX_VLAN_REPLACE, 0x000A, 0x0014, { t8100, t88a8 }, 0x6, "vlan(9,0x8100b00a,0x88a81014) " },
+		{ "replace, one learned tag", JIX_VLAN_REPLACE, 0x000A, 0x0014, { c100 }, 0x6, "vlan(9,0x8100000a,0x0) " },
+		{ "replace, no learned tag", JIX_VLAN_REPLACE, 0xA00A, 0x0014, {}, 0x6, "vlan(9,0x0,0x0) " },
+		{ "remark, inner VID not given", JIX_VLAN_REPLACE_REMARK, 0xA00A, 0x6FFF, { t8100, t88a8 }, 0x6, "vlan(9,0x8100b00a,0x0) " },
+		{ "remark, outer VID not given", JIX_VLAN_REPLACE_REMARK, 0xAFFF, 0x6014, { t8100, t88a8 }, 0x6, "vlan(9,0x0,0x88a87014) " },
+		{ "add the inner VID only", JIX_VLAN_ADD, 0xFFF, 0x2014, { c100 }, 0x6, "vlan(9,0x81002014,0x81000064) " },
+		{ "add the outer VID only", JIX_VLAN_ADD, 0x200A, 0xFFF, { c100 }, 0x6, "vlan(9,0x8100200a,0x81000064) " },
+		{ "add and remark", JIX_VLAN_ADD_REMARK, 0xA00A, 0x2014, { c100 }, 0x6, "vlan(9,0x8100a00a,0x81002014) " },
+		{ "add, no VID given", JIX_VLAN_ADD, 0xFFF, 0xFFF, { c100 }, 0x6, "vlan(9,0x0,0x0) " },
+		{ "strip the only tag", JIX_VLAN_STRIP, 0, 0, { c100 }, 0x6, "vlan(9,0x0,0x0) " },
+		{ "strip, the inner moves out", JIX_VLAN_STRIP, 0, 0, { t88a8, c100 }, 0x6, "vlan(9,0x81000064,0x0) " },
+		{ "strip, no learned tag", JIX_VLAN_STRIP, 0, 0, {}, 0x6, "vlan(9,0x0,0x0) " },
+		{ "unknown mode", 9, 0, 0, { c100 }, 0x6, "" },
+		{ "no member entry", JIX_VLAN_STRIP, 0, 0, { c100 }, 0x20, "" },
 	};
-	for (auto &c : cases) {
-		vlan_action a{};
-		a.outer_tci = c.otci;
-		a.inner_tci = c.itci;
-		u32 o = c.o0, i = c.i0;
-		c.fn(c.idx, &a, &o, &i);
-		EXPECT_EQ(c.outer, o) << c.what;
-		EXPECT_EQ(c.inner, i) << c.what;
-	}
-}
-
-TEST_F(Vlan, LastFlowOfAnIndexWins)
-{
-	flow(5, 1, 0x81000001, 0);
-	flow(5, 2, 0x81000002, 0x81000003);
-	u32 o = 0, i = 0, n = 0;
-	quor_mcst_get_skb_vlan(5, &o, &i, &n);
-	EXPECT_EQ(0x81000002u, o);
-	EXPECT_EQ(2u, n);
-}
-
-struct HookCall {
-	int index;
-	unsigned outer, inner;
-	int calls;
-};
-HookCall hook_seen;
-
-int record_update_vlan(int index, unsigned outer, unsigned inner)
-{
-	hook_seen = { index, outer, inner, hook_seen.calls + 1 };
-	return 0;
-}
-
-igmp_entry_info entry_on(u8 port, u32 mode, u16 otci, u16 itci)
-{
-	igmp_entry_info e{};
-	e.port = port;
-	e.vlan = -1;
-	e.grp_ip.addr[0] = 239;
-	e.grp_ip.addr[3] = port;
-	e.vlan_mode = mode;
-	e.outer_tci = otci;
-	e.inner_tci = itci;
-	return e;
-}
-
-TEST_F(Vlan, DoVlanUsesFirstMemberEntryAndCallsTheDriver)
-{
 	vlan_action a{};
-	EXPECT_EQ(0, quor_get_entry_vlan_action(~0ull, &a)); // empty database
-	flow(9, 1, 0x81000064, 0);
-	auto e1 = entry_on(1, JIX_VLAN_STRIP, 0, 0), e2 = entry_on(2, JIX_VLAN_ADD, 10, 0xFFF);
-	auto e3 = entry_on(6, 9, 0, 0), e4 = entry_on(4, JIX_VLAN_TRANSPARENT, 5, 6);
-	for (auto *e : { &e1, &e2, &e3, &e4 })
-		quor_igmp_add_entry(e);
-	hook_seen = {};
-	quor_mcst_do_vlan(9, 1u << 2); // no hook set: nothing happens
-	ux_sw_nat_hook_update_vlan = record_update_vlan;
-	struct {
-		u64 mask;
-		int calls;
-		u32 outer, inner;
-	} cases[] = {
-		{ (1u << 2) | (1u << 1), 1, 0, 0 },		// port 1's entry first
-		{ 1u << 2, 2, 0x8100000A, 0x81000064 },
-		{ 1u << 5, 2, 0x8100000A, 0x81000064 },		// no member entry
-		{ 1u << 6, 2, 0x8100000A, 0x81000064 },		// unknown mode
-		{ 1u << 4, 3, 0x81000064, 0 },			// transparent: as learned
-	};
-	for (auto &c : cases) {
+	EXPECT_EQ(0, quor_get_entry_vlan_action(~0ull, &a));	// empty database
+	for (const auto &c : cases) {
+		jix_xpon_hwnat_clear_flows();
+		quor_igmp_clear_all_entry();
+		drv.foe = 9;
+		bind(v4("239.1.1.1", c.learned), 0x1);
+		igmp_entry_info e = entry(2, "239.1.1.1"), e2 = entry(1, "239.1.1.1");
+		e.vlan_mode = c.mode;
+		e.outer_tci = c.otci;
+		e.inner_tci = c.itci;
+		e2.vlan_mode = 9;	// after the first member entry on the list
+		ASSERT_EQ(0, quor_igmp_add_entry(&e));
+		ASSERT_EQ(0, quor_igmp_add_entry(&e2));
+		drv.calls.clear();
 		quor_mcst_do_vlan(9, c.mask);
-		EXPECT_EQ(c.calls, hook_seen.calls) << c.mask;
-		EXPECT_EQ(9, hook_seen.index);
-		EXPECT_EQ(c.outer, hook_seen.outer) << c.mask;
-		EXPECT_EQ(c.inner, hook_seen.inner) << c.mask;
+		EXPECT_EQ(c.call, drv.calls) << c.name;
 	}
-	EXPECT_EQ(1, quor_get_entry_vlan_action(1u << 6, &a));
+	EXPECT_EQ(1, quor_get_entry_vlan_action(0x2, &a));
 	EXPECT_EQ(9u, a.vlan_mode);
-	EXPECT_EQ(0, quor_get_entry_vlan_action(1u << 7, &a));
+	ux_sw_nat_hook_update_vlan = nullptr;
+	quor_mcst_do_vlan(9, 0x2);
+	EXPECT_EQ("", drv.calls);
+
+	// Called directly, a computation leaves what its rule does not write.
+	u32 o = 1, i = 1;
+	a.outer_tci = a.inner_tci = 0xFFF;
+	quor_mcst_vlan_add(9, &a, &o, &i);	// no VID given
+	a.outer_tci = 10;
+	quor_mcst_vlan_replace(8, &a, &o, &i);	// no such flow
+	EXPECT_EQ(0x101u, o << 8 | i);
+	quor_mcst_vlan_strip(9, &o, &i);
+	EXPECT_EQ(0u, o | i);
 }
 
 } // namespace
