@@ -45,12 +45,7 @@ int run(const char *s, u32 vmode)
 TEST_F(Fdb, ScriptOfOperations)
 {
 	const std::string up = "[quor_igmp_add_entry]flow_idx = 5, port_mask = 0xa\n";
-	const struct {
-		const char *step;
-		u32 vmode;
-		int ret;
-		const char *calls, *state, *log;
-	} script[] = {
+	const struct { const char *step; u32 vmode; int ret; const char *calls, *state, *log; } script[] = {
 		{ "add 1 239.1.1.1", 0, 0, "add_iptv(239.1.1.1)", "m4 s1 1:-1:0",
 		  "[quor_igmp_add_entry]delete drop entry\n" },
 		{ "idx 1 5", 0, 0, "", "m4 s1 1:5:0", "" },

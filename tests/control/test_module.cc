@@ -113,10 +113,7 @@ TEST_F(Module, StopWaitsForDriverHookCalls)
 
 TEST_F(Module, NamesSelectTheirRows)
 {
-	const struct {
-		const char *name;
-		int port;
-	} rows[] = { { "eth0.1", 0 }, { "eth0.8", 7 }, { "ux0", 16 }, { "ux7", 23 }, { "uxi0", 24 },
+	const struct { const char *name; int port; } rows[] = { { "eth0.1", 0 }, { "eth0.8", 7 }, { "ux0", 16 }, { "ux7", 23 }, { "uxi0", 24 },
 		     { "uxi7", 31 }, { "pon", 32 }, { "nas10", 33 }, { "eth0.0", -1 }, { "eth0.9", -1 },
 		     { "eth0.12", -1 }, { "ux8", -1 }, { "uxi8", -1 }, { "eth1.1", -1 }, { "ux", -1 },
 		     { "pon0", -1 } };

@@ -57,11 +57,7 @@ bool untouched(const mc_ip_addr &r)
 const Tag q{ 0x8100, 0x2064 }, s{ 0x88a8, 0x30c8 }, t91{ 0x9100, 0x0123 };
 const char *kSrc = "10.0.0.1", *kSrc6 = "2001:db8::1";
 
-struct Case {
-	const char *name;
-	Bytes frame;
-	Answers want;
-};
+struct Case { const char *name; Bytes frame; Answers want; };
 
 std::vector<Case> cases()
 {
@@ -181,10 +177,7 @@ TEST(Classify, TagsMacPrefixesAndExcludedPorts)
 	for (auto &m : macs)
 		EXPECT_EQ(m.second, jix_xpon_is_multicast_addr(mac(m.first).data())) << m.first;
 	EXPECT_EQ(0, jix_xpon_is_multicast_addr(nullptr));
-	const struct {
-		uint16_t sport, dport;
-		long data;
-	} ports[] = { { 546, 547, 0 }, { 547, 546, 0 }, { 546, 600, 1 }, { 600, 547, 1 }, { 5353, 600, 1 },
+	const struct { uint16_t sport, dport; long data; } ports[] = { { 546, 547, 0 }, { 547, 546, 0 }, { 546, 600, 1 }, { 600, 547, 1 }, { 5353, 600, 1 },
 		      { 1, 1900, 0 },	 { 1900, 1, 1 },    { 9, 5353, 0 },    { 546, 546, 1 } };
 	for (auto &p : ports) {
 		Answers a = classify(ipv4_udp_frame(kSrc, "239.1.1.1", p.sport, p.dport)).a;

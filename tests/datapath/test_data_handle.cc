@@ -67,15 +67,7 @@ TEST_F(DataHandle, WhatEachFrameGets)
 	const std::string dh = "[jix_multicast_data_handle]", kernel = dh + "Not data packet, send to kernel\n";
 	Bytes unicast = data();
 	unicast[0] = 0x00, unicast[1] = 0x11, unicast[2] = 0x22;
-	const struct {
-		const char *name;
-		Bytes frame;
-		bool cb, snoop;
-		int drop, ret;
-		const char *calls;
-		unsigned sent;
-		std::string log;
-	} rows[] = {
+	const struct { const char *name; Bytes frame; bool cb, snoop; int drop, ret; const char *calls; unsigned sent; std::string log; } rows[] = {
 		{ "unicast", unicast, true, true, 0, -1, "", 0, dh + "Not multicast addr, dst=00-11-22-01-01-01\n" },
 		{ "mdns", data("239.1.1.1", 5353), true, true, 0, -1, "", 0, kernel },
 		{ "ssdp", data("239.1.1.1", 1900), true, true, 0, -1, "", 0, kernel },

@@ -64,11 +64,7 @@ Bytes v4(std::vector<Tag> tags = {}) { return ipv4_udp_frame("10.0.0.1", "239.1.
 // Entries: port 0 untagged, 1 in VLAN 100, 2 in VLAN 0x123, 3 in VLAN 200.
 TEST_F(PortMask, VlansOfTheFrameAndTheCaller)
 {
-	const struct {
-		u32 mode, port3_type;
-		std::vector<Tag> tags;
-		u64 want;
-	} rows[] = {
+	const struct { u32 mode, port3_type; std::vector<Tag> tags; u64 want; } rows[] = {
 		{ IGMP_FILTER_MAC_VID, 0, {}, 0x1 },
 		{ IGMP_FILTER_MAC_VID, 0, { { 0x9100, 100 } }, 0x1 },	// only 8100 and 88a8 give a VID
 		{ IGMP_FILTER_MAC_VID, 0, { vid100 }, 0x2 },
@@ -166,9 +162,7 @@ TEST_F(PortMask, KeyTraceAboveLevelTwo)
 // What each filter mode compares, written out plainly: VID, MAC, group,
 // source.  A frame also needs the entry's family where the group counts,
 // and in mode 0 a hybrid-HGU port needs no VID.
-const struct {
-	bool vid, mac, grp, src;
-} kRules[] = { { 1, 0, 1, 0 }, { 0, 1, 0, 0 }, { 0, 0, 1, 1 }, { 1, 1, 0, 0 }, { 0, 1, 1, 0 }, { 1, 1, 1, 0 } };
+const struct { bool vid, mac, grp, src; } kRules[] = { { 1, 0, 1, 0 }, { 0, 1, 0, 0 }, { 0, 0, 1, 1 }, { 1, 1, 0, 0 }, { 0, 1, 1, 0 }, { 1, 1, 1, 0 } };
 
 bool match(const igmp_fdb_entry &e, const igmp_entry_info &k, u32 mode, bool frame = false, int vid = 0)
 {
