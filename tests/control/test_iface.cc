@@ -121,8 +121,7 @@ TEST_F(Iface, RecvCallbackAndXmit)
 	cb = nullptr;
 	EXPECT_EQ(2, api(QUOR_MC_API_SET_RECV_CB, &cb).result);
 	EXPECT_EQ(nullptr, quor_mc_ctrl_packet_rx_cb_func);
-	for (size_t i = 0; i < sizeof(frame); i++)
-		frame[i] = (u8)i;
+	for (size_t i = 0; i < sizeof(frame); i++) frame[i] = (u8)i;
 	for (auto &r : rows) {
 		host_alloc_fail_nth(r.fail);
 		EXPECT_EQ(r.result, api_u8(QUOR_MC_API_XMIT, r.port, r.flags, frame, r.len).result) << (int)r.port;
@@ -192,8 +191,7 @@ TEST_F(Iface, GetEntriesThroughTheIoctl)
 		EXPECT_EQ(n ? n : 0xAB, n ? recs[n - 1].grp_ip.addr[3] : 0xAB) << cap;
 	}
 	for (auto &r : rows) {
-		for (u32 i = 0; i < r.frames; i++)
-			set_sw_cnt_by_port(r.port, r.bytes);
+		for (u32 i = 0; i < r.frames; i++) set_sw_cnt_by_port(r.port, r.bytes);
 		for (int pass = 0; pass < 2; pass++) {
 			bool counted = r.port <= 33 && !pass;
 			req = get_req(r.port, nullptr, 0);
@@ -210,8 +208,7 @@ TEST_F(Iface, GetEntriesThroughTheIoctl)
 TEST_F(Iface, RequestsOfA32BitCaller)
 {
 	u8 *req = (u8 *)mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_32BIT, -1, 0);
-	if (req == MAP_FAILED)
-		GTEST_SKIP() << "no memory below 4 GiB";
+	if (req == MAP_FAILED) GTEST_SKIP() << "no memory below 4 GiB";
 	auto a = entry(1, "239.1.1.1"), b = entry(1, "239.1.1.2");
 	const u32 req32 = (u32)(uintptr_t)req, recs32 = req32 + 256;
 	// Port 1, capacity 8, total_pkts 5, total_bytes 7, the records at 256;

@@ -35,8 +35,7 @@ Result classify(const Bytes &frame, bool pushed = false)
 	sk_buff *s = skb.get();
 	Result r;
 
-	if (pushed)
-		skb_push(s, (unsigned int)(s->data - skb_mac_header(s)));
+	if (pushed) skb_push(s, (unsigned int)(s->data - skb_mac_header(s)));
 	r.a = { jix_xpon_get_packet_type(s), off(s, jix_xpon_get_network_header(s)),
 		jix_xpon_get_ip_type(s), off(s, jix_xpon_get_udp_header(s)),
 		jix_xpon_is_data_udp_port(s), jix_xpon_is_data_pkt(s), quor_is_mcst_data_pkt(s),

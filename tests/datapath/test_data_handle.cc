@@ -101,8 +101,7 @@ TEST_F(DataHandle, WhatEachFrameGets)
 		host_log_clear();
 		EXPECT_EQ(r.ret, offer(r.frame));
 		std::string calls;
-		for (auto &c : fake::calls)
-			calls += (calls.empty() ? "" : " ") + c;
+		for (auto &c : fake::calls) calls += (calls.empty() ? "" : " ") + c;
 		EXPECT_EQ(r.calls, calls);
 		EXPECT_EQ(r.sent, sent_mask());
 		EXPECT_NE(std::string::npos, log_take().find(r.log));
@@ -164,8 +163,7 @@ TEST_F(DataHandle, RemovingTheCallbackWaitsForItsCallers)
 	cb_entered = cb_removed = removed_while_running = false;
 	ASSERT_EQ(2, api(QUOR_MC_API_SET_RECV_CB, &cb).result);
 	std::thread rx([&] { offer(igmp_frame(igmp_query("0.0.0.0"), "224.0.0.1"), 32, pon); });
-	while (!cb_entered)
-		std::this_thread::yield();
+	while (!cb_entered) std::this_thread::yield();
 	cb = nullptr;
 	EXPECT_EQ(2, api(QUOR_MC_API_SET_RECV_CB, &cb).result);
 	cb_removed = true;

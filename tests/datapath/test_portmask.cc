@@ -45,16 +45,14 @@ protected:
 		Skb skb = skb_from(frame);
 		if (vid)
 			quor_mcst_get_fwd_mask(skb.get(), *vid, &start);
-		else
-			igmp_get_fwd_portmask(skb.get(), &start);
+		else igmp_get_fwd_portmask(skb.get(), &start);
 		return start;
 	}
 
 	static std::string flows()
 	{
 		std::string s;
-		for (auto &e : fdb_entries())
-			s += std::to_string(e.flow_idx) + " ";
+		for (auto &e : fdb_entries()) s += std::to_string(e.flow_idx) + " ";
 		return s;
 	}
 };
@@ -151,8 +149,7 @@ TEST_F(PortMask, KeyTraceAboveLevelTwo)
 	for (size_t i = 0; i < log.size();)
 		if (!log.compare(i, t.size(), t))
 			i += t.size(), n++;
-		else
-			bare += log[i++];
+		else bare += log[i++];
 	EXPECT_EQ(5u + 2 * 23, n) << log;
 	EXPECT_EQ("vid = -1\ngrp_mac = 33:33:00:01:00:02\nsrc_ip.isipv6 = 1\n"
 		  "2001:0DB8:0000:0000:0000:0000:0000:0001\ngrp_ip.isipv6 = 1\n"
@@ -170,8 +167,7 @@ bool match(const igmp_fdb_entry &e, const igmp_entry_info &k, u32 mode, bool fra
 	size_t w = k.grp_ip.isipv6 ? 16 : 4;
 	bool hgu = frame && mode == 0 && e.port < 32 && PORT_TYPE[e.port] == JIX_PORT_TYPE_HYBRID_HGU;
 
-	if (frame && r.grp && (e.grp_ip.isipv6 != 0) != (k.grp_ip.isipv6 != 0))
-		return false;
+	if (frame && r.grp && (e.grp_ip.isipv6 != 0) != (k.grp_ip.isipv6 != 0)) return false;
 	return (!r.vid || e.vlan == (frame ? vid : k.vlan) || hgu) && (!r.mac || !memcmp(e.grp_mac, k.grp_mac, 6)) &&
 	       (!r.grp || !memcmp(e.grp_ip.addr, k.grp_ip.addr, w)) && (!r.src || !memcmp(e.src_ip.addr, k.src_ip.addr, w));
 }
@@ -208,16 +204,13 @@ protected:
 		igmp_fdb_entry *ports[32];
 
 		for (auto &e : list) {
-			if (!match(e, k, mode))
-				continue;
+			if (!match(e, k, mode)) continue;
 			want = want || e.port != k.port ? want : &e;
 			want_mask |= jix_port_bit(e.port);
 			want_flow = e.flow_idx;
 		}
-		if (want_flow != -7 && op == IGMP_PROG_OP_ADD)
-			want_mask |= jix_port_bit(k.port);
-		if (want_flow != -7 && op == IGMP_PROG_OP_DEL)
-			want_mask &= ~jix_port_bit(k.port);
+		if (want_flow != -7 && op == IGMP_PROG_OP_ADD) want_mask |= jix_port_bit(k.port);
+		if (want_flow != -7 && op == IGMP_PROG_OP_DEL) want_mask &= ~jix_port_bit(k.port);
 		spin_lock_bh(&igmp_fdb_lock);
 		igmp_fdb_entry *got = igmp_find_entry(&k);
 		u64 got_seq = got ? got->seq : 0;
@@ -247,17 +240,14 @@ protected:
 		inet_ntop(v6 ? AF_INET6 : AF_INET, f.grp_ip.addr, g, sizeof(g));
 		if (v6)
 			inet_pton(AF_INET6, s, f.src_ip.addr);
-		else
-			inet_ntop(AF_INET, f.src_ip.addr, s, sizeof(s));
+		else inet_ntop(AF_INET, f.src_ip.addr, s, sizeof(s));
 		std::vector<Tag> tags;
-		if (vid >= 0)
-			tags.push_back({ 0x8100, (uint16_t)vid });
+		if (vid >= 0) tags.push_back({ 0x8100, (uint16_t)vid });
 		Bytes fr = v6 ? ipv6_udp_frame(s, g, 1, 5001, tags) : ipv4_udp_frame(s, g, 1, 5001, tags);
 		memcpy(&fr[0], f.grp_mac, 6);	// the entry's MAC, whatever the group
 		std::vector<igmp_fdb_entry> before = fdb_entries();
 		u64 want = 0;
-		for (auto &e : before)
-			want |= match(e, f, mode, true, vid) ? jix_port_bit(e.port) : 0;
+		for (auto &e : before) want |= match(e, f, mode, true, vid) ? jix_port_bit(e.port) : 0;
 		EXPECT_EQ(want, mask(fr)) << "mode " << mode << " frame to " << g;
 		std::vector<igmp_fdb_entry> after = fdb_entries();
 		ASSERT_EQ(before.size(), after.size());
@@ -278,10 +268,8 @@ protected:
 			quor_igmp_update_entry(&r);
 		else if (op < 39)
 			quor_igmp_clear_entry_by_port(r.port);
-		else
-			igmp_clear_entry();
-		for (int i = 0; i < 8; i++)
-			check_lookups(mode);
+		else igmp_clear_entry();
+		for (int i = 0; i < 8; i++) check_lookups(mode);
 		check_frame(mode);
 	}
 };
@@ -292,8 +280,7 @@ TEST_F(FdbIndex, AgreesWithAListWalkInEveryFilterMode)
 	PORT_TYPE[3] = JIX_PORT_TYPE_HYBRID_HGU;
 	for (u32 mode = 0; mode <= IGMP_FILTER_MAX; mode++) {
 		quor_igmp_set_filterMode(mode);
-		for (int i = 0; i < 400 && !HasFatalFailure(); i++)
-			step(mode);
+		for (int i = 0; i < 400 && !HasFatalFailure(); i++) step(mode);
 	}
 	// A filter mode written behind the index's back is followed too.
 	quor_igmp_set_filterMode(4);

@@ -68,8 +68,7 @@ int quor_mc_hook_vlan_isOneToN(struct mc_data *mc)
 int quor_mc_hook_vlan_handle(struct mc_data *mc)
 {
 	record("vlan_handle");
-	if (!mc->skb)
-		return QUOR_MC_API_FAIL;
+	if (!mc->skb) return QUOR_MC_API_FAIL;
 	kfree_skb(mc->skb);
 	return QUOR_MC_API_OK;
 }

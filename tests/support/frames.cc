@@ -14,8 +14,7 @@ Bytes be16(unsigned v) { return { (uint8_t)(v >> 8), (uint8_t)v }; }
 Bytes cat(std::initializer_list<Bytes> parts)
 {
 	Bytes b;
-	for (const Bytes &p : parts)
-		b.insert(b.end(), p.begin(), p.end());
+	for (const Bytes &p : parts) b.insert(b.end(), p.begin(), p.end());
 	return b;
 }
 
@@ -24,8 +23,7 @@ void csum(Bytes &b, size_t off, uint32_t sum = 0)
 {
 	for (size_t i = 0; i < b.size(); i += 2)
 		sum += (uint32_t)(b[i] << 8) | (i + 1 < b.size() ? b[i + 1] : 0);
-	while (sum >> 16)
-		sum = (sum & 0xffff) + (sum >> 16);
+	while (sum >> 16) sum = (sum & 0xffff) + (sum >> 16);
 	b[off] = (uint8_t)(~sum >> 8), b[off + 1] = (uint8_t)~sum;
 }
 
@@ -50,8 +48,7 @@ Bytes addr(const char *text)
 Bytes group_mac(const char *group)
 {
 	Bytes a = addr(group);
-	if (a.size() == 4)
-		return { 0x01, 0x00, 0x5e, (uint8_t)(a[1] & 0x7f), a[2], a[3] };
+	if (a.size() == 4) return { 0x01, 0x00, 0x5e, (uint8_t)(a[1] & 0x7f), a[2], a[3] };
 	return { 0x33, 0x33, a[12], a[13], a[14], a[15] };
 }
 
@@ -59,8 +56,7 @@ Bytes eth(const Bytes &dst, const Bytes &src, const std::vector<Tag> &tags, uint
 	  const Bytes &payload)
 {
 	Bytes b = cat({ dst, src });
-	for (const Tag &t : tags)
-		b = cat({ b, be16(t.tpid), be16(t.tci) });
+	for (const Tag &t : tags) b = cat({ b, be16(t.tpid), be16(t.tci) });
 	return cat({ b, be16(type), payload });
 }
 
@@ -115,8 +111,7 @@ Bytes mld(uint8_t type, const char *src, const char *dst, const char *group)
 	Bytes b = cat({ { type, 0, 0, 0, 0x27, 0x10, 0, 0 }, addr(group) });
 	Bytes pseudo = cat({ addr(src), addr(dst) });
 	uint32_t sum = (uint32_t)b.size() + 58;	// upper-layer length, next header
-	for (size_t i = 0; i < pseudo.size(); i += 2)
-		sum += (uint32_t)(pseudo[i] << 8 | pseudo[i + 1]);
+	for (size_t i = 0; i < pseudo.size(); i += 2) sum += (uint32_t)(pseudo[i] << 8 | pseudo[i + 1]);
 	csum(b, 2, sum);
 	return b;
 }
@@ -144,11 +139,9 @@ Bytes igmp_frame(const Bytes &igmp, const char *dst, const std::vector<Tag> &tag
 Skb skb_from(const Bytes &frame, unsigned int headroom)
 {
 	sk_buff *skb = alloc_skb(headroom + (unsigned int)frame.size(), GFP_ATOMIC);
-	if (!skb)
-		return Skb();
+	if (!skb) return Skb();
 	skb_reserve(skb, (int)headroom);
-	if (!frame.empty())
-		memcpy(skb_put(skb, (unsigned int)frame.size()), frame.data(), frame.size());
+	if (!frame.empty()) memcpy(skb_put(skb, (unsigned int)frame.size()), frame.data(), frame.size());
 	skb_reset_mac_header(skb);
 	skb_pull(skb, frame.size() < ETH_HLEN ? (unsigned int)frame.size() : ETH_HLEN);
 	return Skb(skb);
@@ -158,8 +151,7 @@ std::string hex(const Bytes &b)
 {
 	std::string s;
 	char x[4];
-	for (size_t i = 0; i < b.size(); i++)
-		snprintf(x, sizeof(x), i ? " %02x" : "%02x", b[i]), s += x;
+	for (size_t i = 0; i < b.size(); i++) snprintf(x, sizeof(x), i ? " %02x" : "%02x", b[i]), s += x;
 	return s;
 }
 

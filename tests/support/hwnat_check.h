@@ -34,14 +34,11 @@ inline std::string hwnat_table_fault()
 			std::string rec = name + "record " + std::to_string(e->index);
 
 			listed++;
-			if (t == &hwnat_flows)
-				flow_idx.insert(e->index);
-			if (!timer_pending(&e->timer))
-				note(rec + " has no pending timer");
+			if (t == &hwnat_flows) flow_idx.insert(e->index);
+			if (!timer_pending(&e->timer)) note(rec + " has no pending timer");
 			hwnat_for_each_of_index(t, r, n, e->index)
 				found |= &r->e == e;
-			if (!found)
-				note(rec + " is missing from the index");
+			if (!found) note(rec + " is missing from the index");
 		}
 		for (auto &bucket : t->index)
 			list_for_each_entry(r, &bucket, by_index)

@@ -40,11 +40,17 @@ inline igmp_entry_info entry(u8 port, const char *grp, s16 vlan = -1, const char
 		sscanf(mac, "%hhx:%hhx:%hhx:%hhx:%hhx:%hhx", &m[0], &m[1], &m[2], &m[3], &m[4], &m[5]);
 	else if (e.grp_ip.isipv6)
 		m[0] = m[1] = 0x33, memcpy(m + 2, a + 12, 4);
-	else
-		m[0] = 0x01, m[1] = 0, m[2] = 0x5e, m[3] = a[1] & 0x7f, m[4] = a[2], m[5] = a[3];
+	else m[0] = 0x01, m[1] = 0, m[2] = 0x5e, m[3] = a[1] & 0x7f, m[4] = a[2], m[5] = a[3];
 	static_assert(sizeof(e) == sizeof(out), "entry record");
 	memcpy(&out, &e, sizeof(out));
 	return out;
+}
+
+// Adds an entry of @port to @grp through the database, as the API does.
+inline int add_entry(u8 port, const char *grp, s16 vlan = -1)
+{
+	igmp_entry_info e = entry(port, grp, vlan);
+	return quor_igmp_add_entry(&e);
 }
 
 // One API call through the hook framework, as the control plane makes it:
@@ -152,8 +158,7 @@ protected:
 
 	void stop()
 	{
-		if (loaded)
-			cleanup_module();
+		if (loaded) cleanup_module();
 		loaded = false;
 	}
 
@@ -162,8 +167,7 @@ protected:
 		stop();
 		for (auto *d : devs) {
 			EXPECT_EQ(0, host_netdev_refcnt(d)) << d->name;
-			if (d->registered)
-				host_netdev_unregister(d);
+			if (d->registered) host_netdev_unregister(d);
 			host_netdev_free(d);
 		}
 		EXPECT_EQ(live0, host_alloc_live());
@@ -179,16 +183,14 @@ protected:
 	{
 		net_device *d = host_netdev_alloc(name);
 		devs.push_back(d);
-		if (reg)
-			host_netdev_register(d);
+		if (reg) host_netdev_register(d);
 		return d;
 	}
 
 	// Registered devices that are up, one per name.
 	void up(std::initializer_list<const char *> names)
 	{
-		for (const char *n : names)
-			netdev(n)->flags |= IFF_UP;
+		for (const char *n : names) netdev(n)->flags |= IFF_UP;
 	}
 };
 
