@@ -30,15 +30,6 @@ protected:
 		ModuleTest::TearDown();
 	}
 
-	static void add(u8 port, const char *grp, s16 vlan = -1, const char *src = "10.0.0.1")
-	{
-		igmp_entry_info e = entry(port, grp, vlan);
-		Bytes a = addr(src);
-		memcpy(e.src_ip.addr, a.data(), a.size());
-		e.src_ip.isipv6 = a.size() == 16;
-		ASSERT_EQ(0, quor_igmp_add_entry(&e));
-	}
-
 	// The frame's mask, from @start, or from the twin with the caller's VID.
 	static u64 mask(const Bytes &frame, u64 start = 0, const u32 *vid = nullptr)
 	{
@@ -75,19 +66,20 @@ TEST_F(PortMask, VlansOfTheFrameAndTheCaller)
 	};
 	for (auto &r : rows) {
 		quor_igmp_set_filterMode(r.mode);
-		add(0, "239.1.1.1"), add(1, "239.1.1.1", 100), add(2, "239.1.1.1", 0x123), add(3, "239.1.1.1", 200);
+		add_entry(0, "239.1.1.1"), add_entry(1, "239.1.1.1", 100);
+		add_entry(2, "239.1.1.1", 0x123), add_entry(3, "239.1.1.1", 200);
 		PORT_TYPE[3] = r.port3_type;
 		EXPECT_EQ(r.want | 0x100, mask(v4(r.tags), 0x100)) << r.mode << " " << r.tags.size();
 	}
 	// The twin takes the caller's VID, low 16 bits signed, not the tag.
 	quor_igmp_set_filterMode(IGMP_FILTER_MAC_VID);
-	add(0, "239.1.1.1"), add(1, "239.1.1.1", 100), add(2, "239.1.1.1", 0x123);
+	add_entry(0, "239.1.1.1"), add_entry(1, "239.1.1.1", 100), add_entry(2, "239.1.1.1", 0x123);
 	const std::pair<u32, u64> twin[] = { { 0x123, 0x4 }, { 0x10064, 0x2 }, { 0xffff, 0x1 },
 					     { 0xffffffff, 0x1 }, { 0x7fff, 0 } };
 	for (auto &t : twin)
 		EXPECT_EQ(t.second, mask(v4({ vid100 }), 0, &t.first)) << t.first;
 	// Port bits as everywhere: 31 sign-extends, 33 wraps to bit 1.
-	add(31, "239.1.1.1"), add(33, "239.1.1.1");
+	add_entry(31, "239.1.1.1"), add_entry(33, "239.1.1.1");
 	EXPECT_EQ(0xffffffff80000003ull, mask(v4()));
 	Bytes f = v4();
 	for (size_t n = 0; n < f.size(); n++) {	// prefixes, within bounds
@@ -107,7 +99,7 @@ TEST_F(PortMask, MatchesLearnTheFlowIndexAndTakeTheLockOnce)
 	foe_index = 3;
 	EXPECT_EQ(0x8000u, mask(v4(), 0x8000));	// empty: not even the lock
 	EXPECT_EQ(bh, igmp_fdb_lock.taken_bh);
-	add(1, "239.1.1.1"), add(2, "239.1.1.2"), add(3, "239.1.1.1");
+	add_entry(1, "239.1.1.1"), add_entry(2, "239.1.1.2"), add_entry(3, "239.1.1.1");
 	igmp_filter_mode = 6;
 	EXPECT_EQ(0x8000u, mask(v4(), 0x8000));
 	EXPECT_EQ("-1 -1 -1 ", flows());

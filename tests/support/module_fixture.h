@@ -7,7 +7,6 @@
 #include <gtest/gtest.h>
 
 #include <arpa/inet.h>
-#include <algorithm>
 #include <initializer_list>
 #include <string>
 #include <vector>
@@ -128,11 +127,6 @@ inline std::vector<u8> sent(net_device *d, unsigned i = 0)
 }
 
 inline std::string log_take() { std::string s = host_log_text(); host_log_clear(); return s; }
-
-inline bool has_call(const std::string &c)
-{
-	return std::find(fake::calls.begin(), fake::calls.end(), c) != fake::calls.end();
-}
 
 class ModuleTest : public ::testing::Test {
 protected:
