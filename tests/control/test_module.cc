@@ -52,7 +52,6 @@ TEST_F(Module, StartAndStop)
 	EXPECT_FALSE(installed());
 	EXPECT_EQ(0, host_proc_count());
 	EXPECT_FALSE(host_proc_exists("kv7730"));
-	EXPECT_EQ(0, host_quor_registered_count());
 	EXPECT_TRUE(list_empty(igmp_get_fdb_tmp_list()));
 	EXPECT_EQ((std::vector<std::string>{ "clear_flows", "release_all" }), fake::calls);
 
@@ -114,8 +113,7 @@ TEST_F(Module, NamesSelectTheirRows)
 		     { "pon0", -1 } };
 	for (auto &r : rows) {
 		net_device *d = netdev(r.name);
-		if (r.port >= 0)
-			EXPECT_EQ(d, get_dev_by_port((u8)r.port)) << r.name;
+		EXPECT_TRUE(r.port < 0 || d == get_dev_by_port((u8)r.port)) << r.name;
 		EXPECT_EQ(r.port >= 0, host_netdev_refcnt(d)) << r.name;
 		EXPECT_EQ(r.port, get_port_id_by_name(r.name)) << r.name;
 	}

@@ -85,7 +85,8 @@ std::vector<Case> cases()
 		// Only one extension header is looked through.
 		{ "v6_two_ext", eth(group_mac("ff0e::1"), smac, {}, 0x86dd, ipv6(kSrc6, "ff0e::1", 0, Bytes(16, 0), true)),
 		  { 0x86dd, 14, 0, 54, 1, 0, 0, 0, -1 } },
-		{ "pppoe_v4", eth(group_mac("239.1.1.1"), smac, {}, 0x8864, pppoe(0x0021, v4udp)),
+		{ "pppoe_v4", eth(group_mac("224.1.1.1"), smac, {}, 0x8864,
+				  pppoe(0x0021, ipv4(kSrc, "224.1.1.1", 17, udp(5000, 1234)))),
 		  { 0x0800, 22, 17, 42, 1, 1, 1, 1, -1 } },
 		{ "pppoe_v4_unicast", eth(group_mac("239.1.1.1"), smac, { q, q }, 0x8864,
 					  pppoe(0x0021, ipv4(kSrc, "10.0.0.239", 17, udp(5000, 1234)))),

@@ -85,6 +85,7 @@ TEST_F(DataHandle, WhatEachFrameGets)
 		{ "no_members_refused", data("239.2.2.2"), true, true, -1, -1, "add_flow(0x0) drop(0x0)", 0, "" },
 		{ "snooping_off", data("239.9.9.9"), true, false, 0, 0, "add_flow(0x300ff)", 0xf, "" },
 	};
+	quor_igmp_set_filterMode(IGMP_FILTER_MAC_IP_VID);	// untagged frames match VLAN -1
 	join(0);
 	join(16);
 	join(0, "ff3e::1");

@@ -87,6 +87,7 @@ TEST_F(Transmit, CopiesPerMemberPort)
 	std::string log = jt::log_take();
 	size_t a = log.find("dev name = eth0.1"), b = log.find("dev name = eth0.3"), c = log.find("dev name = ux0");
 	EXPECT_NE(std::string::npos, log.find("[jix_xpon_fwd_data_to_port]interfacecount=3\n"));
+	EXPECT_NE(std::string::npos, log.find("[jix_xpon_data_vlan_handle]jix_xpon_data_vlan_handle: ret:1\n"));
 	EXPECT_TRUE(a < b && b < c && c != std::string::npos) << log;
 
 	fwd(-1, 0x11001, { -1, -2, -2, -2 });	// ports 0, 12, 16: the count of 2 ends at 12
