@@ -155,6 +155,8 @@ TEST_F(Fdb, EntriesCountFromTheirBinding)
 	host_counter_set(id_a, 1500, 15);
 	quor_igmp_add_entry(&a);
 	host_counter_set(id_b, 0x100, 0x10);
+	add_entry(2, "239.1.1.2");	// the group's slot, wherever it is
+	EXPECT_EQ(id_b, fdb_entries().back().acnt.acnt_id);
 	for (int i = 0; i < 3; i++) set_sw_cnt_by_port(1, 100);
 	req.total_pkts = 1;	// added to, never cleared
 	unsigned long locked = host_counter_reads_locked();

@@ -187,7 +187,7 @@ TEST_F(Iface, GetEntriesThroughTheIoctl)
 		EXPECT_EQ(n, req.entry_num) << cap;
 		EXPECT_EQ(recs, req.entries) << cap;
 		for (s32 i = 0; i <= n && i < 8; i++)
-			EXPECT_EQ(i < n ? 5 : 0xAB, recs[i].port) << cap << " record " << i;
+			EXPECT_EQ(i < n ? 0x0500 : 0xABAB, recs[i].port << 8 | recs[i].grp_ip.isipv6) << cap << " record " << i;
 		EXPECT_EQ(n ? n : 0xAB, n ? recs[n - 1].grp_ip.addr[3] : 0xAB) << cap;
 	}
 	for (auto &r : rows) {
