@@ -140,8 +140,9 @@ TEST_F(Fdb, EntriesCountFromTheirBinding)
 {
 	auto a = entry(1, "239.1.1.1"), b = entry(1, "239.1.1.2");
 	u8 id_a = mcst_acnt[0].acnt_id, id_b = mcst_acnt[1].acnt_id;
-	igmp_entry_info rec[4]{};
+	igmp_entry_info rec[4];
 	igmp_entry_get_req req = get_req(1, rec, 4);
+	memset(rec, 0xAB, sizeof(rec));	// only what a record holds is written
 
 	quor_mc_debug_level = 2;
 	host_counter_set(id_a, 1000, 10);
@@ -165,7 +166,8 @@ TEST_F(Fdb, EntriesCountFromTheirBinding)
 	EXPECT_EQ((std::vector<u64>{ 2, 5, 500, 0x20, 0x200, 1 + 5 + 0x20 + 3, 500 + 0x200 + 300 }),
 		  (std::vector<u64>{ (u64)req.entry_num, rec[0].pkt_acnt, rec[0].byte_acnt, rec[1].pkt_acnt,
 				     rec[1].byte_acnt, req.total_pkts, req.total_bytes }));
-	EXPECT_EQ(0, memcmp(rec[1].grp_ip.addr, b.grp_ip.addr, 16));
+	EXPECT_EQ(0, memcmp(rec[1].grp_ip.addr, b.grp_ip.addr, 4));
+	EXPECT_EQ(0, rec[1].grp_ip.isipv6);
 	EXPECT_EQ(0, memcmp(rec[1].grp_mac, b.grp_mac, 6));
 	req = get_req(1, rec, 1);
 	EXPECT_EQ(1, quor_igmp_get_entry(&req));

@@ -19,9 +19,10 @@ class DataHandle : public ModuleTest {
 protected:
 	void before_start() override { up({ "eth0.1", "eth0.2", "ux0", "ux1" }); }
 
-	void join(u8 port, const char *grp = "239.1.1.1")
+	void join(u8 port, const char *grp = "239.1.1.1", u32 vlan_mode = JIX_VLAN_TRANSPARENT)
 	{
 		igmp_entry_info e = entry(port, grp);
+		e.vlan_mode = vlan_mode, e.outer_tci = 100, e.inner_tci = 0xFFF;
 		memcpy(e.src_ip.addr, addr("10.0.0.1").data(), 4);
 		ASSERT_EQ(0, quor_igmp_add_entry(&e));
 	}
@@ -80,14 +81,14 @@ TEST_F(DataHandle, WhatEachFrameGets)
 		  dh + "Query packet, send to callback function\n" },
 		{ "tagged_query", igmp_frame(igmp_query("0.0.0.0"), "224.0.0.1", { { 0x8100, 100 } }), true, true, 0,
 		  0, "", 0, dh + "Query packet, send to callback function\n" },
-		{ "members", data(), true, true, 0, 0, "add_flow(0x10001)", 0x5, dh + "fwd_port_mask = 0x10001\n" },
+		{ "members", data(), true, true, 0, 0, "add_flow(0x10001)", 0x5, "[jix_xpon_data_vlan_handle]jix_xpon_data_vlan_handle: ret:1\n" },
 		{ "no_members_dropped", data("239.2.2.2"), true, true, 0, 0, "add_flow(0x0) drop(0x0)", 0, "" },
 		{ "no_members_refused", data("239.2.2.2"), true, true, -1, -1, "add_flow(0x0) drop(0x0)", 0, "" },
 		{ "snooping_off", data("239.9.9.9"), true, false, 0, 0, "add_flow(0x300ff)", 0xf, "" },
 	};
 	quor_igmp_set_filterMode(IGMP_FILTER_MAC_IP_VID);	// untagged frames match VLAN -1
 	join(0);
-	join(16);
+	join(16, "239.1.1.1", JIX_VLAN_ADD);
 	join(0, "ff3e::1");
 	quor_mc_debug_level = 3;
 	for (auto &r : rows) {
@@ -106,8 +107,10 @@ TEST_F(DataHandle, WhatEachFrameGets)
 	}
 	quor_igmp_set_snooping(1);
 	join(0);
+	join(16, "239.1.1.1", JIX_VLAN_ADD);
 	offer(data());
 	EXPECT_EQ(data(), jt::sent(devs[0])) << "a transparent port gets the frame as it came";
+	EXPECT_EQ(ipv4_udp_frame("10.0.0.1", "239.1.1.1", 5000, 5001, { { 0x8100, 100 } }), jt::sent(devs[2]));
 	quor_mc_debug_level = 2;
 	host_log_clear();
 	offer(unicast);
