@@ -19,8 +19,7 @@ namespace frames {
 using Bytes = std::vector<uint8_t>;
 
 struct Tag {
-	uint16_t tpid;
-	uint16_t tci;
+	uint16_t tpid, tci;
 };
 
 // "01:00:5e:01:01:01" to 6 bytes.
@@ -32,8 +31,8 @@ Bytes group_mac(const char *group);
 Bytes addr(const char *text);
 
 // Destination, source, tags in wire order, EtherType, payload.
-Bytes eth(const Bytes &dst, const Bytes &src, const std::vector<Tag> &tags,
-	  uint16_t type, const Bytes &payload);
+Bytes eth(const Bytes &dst, const Bytes &src, const std::vector<Tag> &tags, uint16_t type,
+	  const Bytes &payload);
 // A PPPoE session header (session id 1) and PPP protocol before @payload;
 // the result is the payload of an EtherType 0x8864 frame.
 Bytes pppoe(uint16_t ppp_proto, const Bytes &payload);
@@ -43,8 +42,7 @@ Bytes ipv4(const char *src, const char *dst, uint8_t proto, const Bytes &payload
 	   const Bytes &options = {}, uint8_t ttl = 1);
 // IPv6; with @hop_by_hop an 8-byte hop-by-hop header carrying a router
 // alert option is put first, and @next goes into it.
-Bytes ipv6(const char *src, const char *dst, uint8_t next, const Bytes &payload,
-	   bool hop_by_hop = false);
+Bytes ipv6(const char *src, const char *dst, uint8_t next, const Bytes &payload, bool hop_by_hop = false);
 // The IPv4 router alert option (4 bytes).
 Bytes router_alert();
 
@@ -59,15 +57,14 @@ Bytes igmp_report(const char *group);
 Bytes mld(uint8_t type, const char *src, const char *dst, const char *group);
 
 // Whole frames for the common cases, untagged unless @tags is given.
-Bytes ipv4_udp_frame(const char *src, const char *group, uint16_t sport,
-		     uint16_t dport, const std::vector<Tag> &tags = {});
+Bytes ipv4_udp_frame(const char *src, const char *group, uint16_t sport, uint16_t dport,
+		     const std::vector<Tag> &tags = {});
 Bytes ipv6_udp_frame(const char *src, const char *group, uint16_t sport,
 		     uint16_t dport, const std::vector<Tag> &tags = {},
 		     bool hop_by_hop = false);
 // An IGMP frame (with router alert) to @dst; a general query goes to
 // 224.0.0.1.
-Bytes igmp_frame(const Bytes &igmp, const char *dst,
-		 const std::vector<Tag> &tags = {});
+Bytes igmp_frame(const Bytes &igmp, const char *dst, const std::vector<Tag> &tags = {});
 
 struct SkbFree {
 	void operator()(sk_buff *skb) const { kfree_skb(skb); }

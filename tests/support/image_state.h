@@ -18,8 +18,7 @@ inline void reset_image_state(int debug_level = 1)
 	igmp_snooping_enable = 1;
 	igmp_fdb_max_entries = IGMP_FDB_MAX_ENTRIES;
 	quor_mc_ctrl_packet_rx_cb_func = nullptr;
-	for (auto &r : lan_map_data)
-		r.dev = nullptr;
+	for (auto &r : lan_map_data) r.dev = nullptr;
 }
 
 } // namespace jt
