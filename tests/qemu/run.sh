@@ -6,7 +6,7 @@
 # the test module jix_mc_probe.ko, a static mcctl and jixtest in a busybox
 # initramfs, and judge the run by the guest's summary line and the console.
 #
-#   tests/qemu/run.sh x86_64|arm64|5.4 [demo]
+#   tests/qemu/run.sh x86_64|arm64|5.4 [demo|bench]
 #
 # "5.4" is the product's target kernel, Linux 5.4 AArch64 built with
 # KASAN, lockdep, RCU checking, DEBUG_OBJECTS and kmemleak, unpacked from
@@ -15,6 +15,8 @@
 #
 # With "demo" the guest runs tools/demo/demo-init.sh instead of the tests
 # (make run): the module forwarding a stream, printed for the reader.
+# With "bench" it runs bench/qemu (make bench-qemu): the per-packet hook
+# timed against a Linux bridge with MDB entries.
 #
 # Builds the modules for that architecture (make module / make
 # module-arm64), fetches what is missing with apt-get, and keeps
@@ -25,9 +27,9 @@ set -euo pipefail
 arch=${1:-}
 mode=${2:-test}
 case $arch:$mode in
-x86_64:test | arm64:test | 5.4:test | x86_64:demo | arm64:demo) ;;
+x86_64:test | arm64:test | 5.4:test | x86_64:demo | arm64:demo | x86_64:bench | arm64:bench) ;;
 *)
-	echo "usage: $0 x86_64|arm64|5.4 [demo]" >&2
+	echo "usage: $0 x86_64|arm64|5.4 [demo|bench]" >&2
 	exit 2
 	;;
 esac
@@ -35,7 +37,7 @@ esac
 here=$(cd "$(dirname "$0")" && pwd)
 root=$(cd "$here/../.." && pwd)
 work=$root/.cache/qemu/$arch
-if [ $mode = demo ]; then work=$work-demo; fi
+if [ $mode != test ]; then work=$work-$mode; fi
 armdir=$root/.cache/arm64
 # Seconds of the concurrency test in the guest (it bounds the guest's
 # watchdog too): a minute on the debug kernel, less where nothing but
@@ -139,7 +141,8 @@ else
 		kdir=$armdir/root/usr/src/linux-headers-$kver-arm64
 		kimage=$armdir/root/boot/vmlinuz-$kver-arm64
 		veth=$armdir/root/lib/modules/$kver-arm64/kernel/drivers/net/veth.ko
-		[ -f "$kimage" ] && [ -f "$veth" ] || pkgs+=("linux-image-$kver-arm64-unsigned")
+		[ -f "$kimage" ] && [ -f "$veth" ] && [ -f "${veth%/drivers/*}/net/bridge/bridge.ko" ] ||
+			pkgs+=("linux-image-$kver-arm64-unsigned")
 	fi
 	[ -f "$busybox" ] || pkgs+=(busybox-static)
 	# The arm64 kernel and busybox come from Debian's arm64 packages of
@@ -150,15 +153,17 @@ else
 			-oDir::State::Lists="$armdir/lists" -oAPT::Sandbox::User=root)
 		say "fetching ${pkgs[*]} (arm64)"
 		mkdir -p "$armdir/lists/partial"
-		# Only the three files used are unpacked (the image package holds
-		# every module of the kernel).
+		# Only the files used are unpacked (the image package holds every
+		# module of the kernel); the bridge's modules are for mode bench.
 		(cd "$armdir" && rm -f linux-image-*.deb busybox-static_*.deb &&
 			{ apt-get "${o[@]}" download "${pkgs[@]}" > /dev/null 2>&1 ||
 				{ apt-get "${o[@]}" update > /dev/null && apt-get "${o[@]}" download "${pkgs[@]}"; }; } &&
 			mkdir -p root &&
 			for d in linux-image-*.deb; do
 				[ ! -f "$d" ] || dpkg-deb --fsys-tarfile "$d" | tar -x -C root --wildcards \
-					'./boot/vmlinuz-*' './lib/modules/*/kernel/drivers/net/veth.ko' || exit 1
+					'./boot/vmlinuz-*' './lib/modules/*/kernel/drivers/net/veth.ko' \
+					'./lib/modules/*/kernel/drivers/net/dummy.ko' './lib/modules/*/kernel/net/llc/llc.ko' \
+					'./lib/modules/*/kernel/net/802/stp.ko' './lib/modules/*/kernel/net/bridge/bridge.ko' || exit 1
 			done &&
 			for d in busybox-static_*.deb; do
 				[ ! -f "$d" ] || dpkg-deb --fsys-tarfile "$d" | tar -x -C root ./bin/busybox || exit 1
@@ -210,6 +215,8 @@ quiet "mcctl build" "$cxx" -static -O2 -std=c++17 -I"$root/tools/mcctl" -I"$root
 cp "$busybox" "$rootfs/bin/busybox"
 if [ $mode = demo ]; then
 	install -m 755 "$root/tools/demo/demo-init.sh" "$rootfs/init"
+elif [ $mode = bench ]; then
+	. "$root/bench/qemu/rootfs.sh"
 else
 	install -m 755 "$here/guest-init.sh" "$rootfs/init"
 fi
@@ -231,15 +238,16 @@ boot_s=$((SECONDS - boot))
 
 # ---- verdict: the guest's own summary, and a clean console ----
 tr -d '\r' < "$log" > "$log.txt"
-if [ $mode = demo ]; then
-	sed -n '/^DEMO BEGIN$/,/^DEMO END$/p' "$log.txt" | sed '1d;$d'
-	if grep -a -q '^JIXDEMO OK' "$log.txt" &&
+if [ $mode != test ]; then
+	tag=$(echo $mode | tr a-z A-Z)
+	sed -n "/^$tag BEGIN\$/,/^$tag END\$/p" "$log.txt" | sed '1d;$d'
+	if grep -a -q "^JIX$tag OK" "$log.txt" &&
 		! grep -a -q -E 'BUG|WARNING:|Oops|Kernel panic|general protection' "$log.txt"; then
 		say "done in $((SECONDS - start))s (console: $log)"
 		exit 0
 	fi
 	tail -n 40 "$log.txt" >&2
-	die "the demonstration failed (console: $log)"
+	die "the $mode run failed (console: $log)"
 fi
 # The operator's tour as the guest printed it; on x86-64 it must be the
 # one the README shows.
