@@ -12,8 +12,10 @@
  *
  * all of them dummy devices, so both paths pay the same transmit.  At
  * load it adds the module's entries for ports 0..3 through the control
- * API, then, for rounds rounds, sends warmup untimed and frames timed
- * frames each way (the order alternates between rounds):
+ * API; then, in each of rounds rounds, it sends warmup untimed frames
+ * along each path alone and checks them at the ports, then frames timed
+ * frames along both paths, batch by batch in turn (the first path
+ * alternating), so that both see the same machine:
  *
  *   hook:   the driver's call of the per-packet hook (type 36, sub-type
  *           0) with the frame in the argument record; the driver frees
@@ -22,13 +24,13 @@
  *           bridge's rx handler, snooping, the MDB lookup and flood
  *
  * Each frame is a fresh receive buffer as a driver fills it
- * (netdev_alloc_skb, eth_type_trans); the buffers are made in batches
- * outside the timed part, and each batch is timed with bottom halves
- * disabled, as in a driver's softirq.  Afterwards every member must have
- * sent every frame, eth0.5 none, and br0 must have taken none for itself,
- * or loading fails.  The figures go to the kernel log:
+ * (netdev_alloc_skb_ip_align, eth_type_trans); the buffers of a batch
+ * are made outside the timed part, and each batch is timed with bottom
+ * halves disabled, as in a driver's softirq.  Every member must have sent
+ * every frame, eth0.5 none, and br0 must have taken none for itself, or
+ * loading fails.  The figures go to the kernel log:
  *
- *   jix_bridge_bench: round <r>: hook <x> ns/frame, bridge <y> ns/frame
+ *   jix_bridge_bench: round <r>: hook <x> ns/frame, bridge <y> ns/frame, ratio <z>
  *   jix_bridge_bench: hook: <x> ns/frame, bridge: <y> ns/frame, ratio hook/bridge: <z>
  *
  * The module does all its work at load and stays loaded, doing nothing.
@@ -149,8 +151,11 @@ static bool bench_bridge_send(struct sk_buff *skb)
 	return netif_receive_skb(skb) == NET_RX_SUCCESS;
 }
 
-static const struct bench_path bench_hook = { "hook", bench_hook_send };
-static const struct bench_path bench_bridge = { "bridge", bench_bridge_send };
+/* Index 0 and bit 0: the hook; index 1 and bit 1: the bridge. */
+static const struct bench_path bench_paths[2] = {
+	{ "hook", bench_hook_send },
+	{ "bridge", bench_bridge_send },
+};
 
 /* The flow index the forwarding engine gives every frame. */
 static int bench_foe(struct sk_buff *skb)
@@ -159,36 +164,62 @@ static int bench_foe(struct sk_buff *skb)
 }
 
 /*
- * Sends @n frames along @path; the time of the hand-overs alone is added
- * to *@ns.  Returns the number of refused frames, or -ENOMEM.
+ * One batch of @k frames along @path: the buffers are made first, then
+ * handed over with bottom halves disabled; only the hand-overs are timed,
+ * and added to *@ns.
  */
-static int bench_run(const struct bench_path *path, struct net_device *in,
-		     unsigned int n, u64 *ns)
+static int bench_batch(const struct bench_path *path, struct net_device *in,
+		       unsigned int k, u64 *ns)
 {
 	struct sk_buff *batch[BENCH_BATCH];
-	unsigned int i, k, refused = 0;
+	unsigned int i, refused = 0;
 	u64 t0;
 
-	for (; n; n -= k) {
-		k = min_t(unsigned int, n, BENCH_BATCH);
-		for (i = 0; i < k; i++) {
-			batch[i] = bench_rx_skb(in);
-			if (!batch[i])
-				goto nomem;
-		}
-		local_bh_disable();
-		t0 = ktime_get_ns();
-		for (i = 0; i < k; i++)
-			refused += !path->send(batch[i]);
-		*ns += ktime_get_ns() - t0;
-		local_bh_enable();
-		cond_resched();
+	for (i = 0; i < k; i++) {
+		batch[i] = bench_rx_skb(in);
+		if (!batch[i])
+			goto nomem;
 	}
-	return refused;
+	local_bh_disable();
+	t0 = ktime_get_ns();
+	for (i = 0; i < k; i++)
+		refused += !path->send(batch[i]);
+	*ns += ktime_get_ns() - t0;
+	local_bh_enable();
+	if (!refused)
+		return 0;
+	pr_err("jix_bridge_bench: %s refused %u frames\n", path->name, refused);
+	return -EIO;
 nomem:
 	while (i--)
 		kfree_skb(batch[i]);
 	return -ENOMEM;
+}
+
+/*
+ * @n frames along each path of @mask (bit 0 hook, bit 1 bridge), batch by
+ * batch in turn, the first path alternating, so that both see the same
+ * machine; the time of each path is added to @ns.
+ */
+static int bench_run(struct net_device *in, unsigned int mask, unsigned int n,
+		     u64 ns[2])
+{
+	unsigned int i, k, p, turn = 0;
+	int ret;
+
+	for (; n; n -= k, turn ^= 1) {
+		k = min_t(unsigned int, n, BENCH_BATCH);
+		for (i = 0; i < 2; i++) {
+			p = i ^ turn;
+			if (!(mask & BIT(p)))
+				continue;
+			ret = bench_batch(&bench_paths[p], in, k, &ns[p]);
+			if (ret)
+				return ret;
+		}
+		cond_resched();
+	}
+	return 0;
 }
 
 static void bench_read_counts(const struct bench_devs *d, struct bench_counts *c)
@@ -202,7 +233,7 @@ static void bench_read_counts(const struct bench_devs *d, struct bench_counts *c
 }
 
 /* Every member sent @sent frames, the other port none, br0 kept none. */
-static int bench_check(const struct bench_path *path, const struct bench_devs *d,
+static int bench_check(const char *what, const struct bench_devs *d,
 		       const struct bench_counts *a, const struct bench_counts *b,
 		       u64 sent)
 {
@@ -215,37 +246,41 @@ static int bench_check(const struct bench_path *path, const struct bench_devs *d
 		if (b->tx[p] - a->tx[p] == want)
 			continue;
 		pr_err("jix_bridge_bench: %s: %s sent %llu frames, not %llu\n",
-		       path->name, d->port[p]->name, b->tx[p] - a->tx[p], want);
+		       what, d->port[p]->name, b->tx[p] - a->tx[p], want);
 		ret = -EIO;
 	}
 	if (b->br_rx != a->br_rx) {
 		pr_err("jix_bridge_bench: %s: %s took %llu frames itself\n",
-		       path->name, d->br->name, b->br_rx - a->br_rx);
+		       what, d->br->name, b->br_rx - a->br_rx);
 		ret = -EIO;
 	}
 	return ret;
 }
 
-/* Warm-up and timed frames along @path, checked at the ports. */
-static int bench_path_round(const struct bench_path *path,
-			    const struct bench_devs *d, u64 *ns)
+/*
+ * One round: the warm-up frames along each path alone, each checked at
+ * the ports on its own, then the timed frames along both paths in turn.
+ */
+static int bench_round(const struct bench_devs *d, u64 ns[2])
 {
+	u64 ignored[2] = {};
 	struct bench_counts a, b;
-	u64 ignored = 0;
-	int r1, r2;
+	unsigned int p;
+	int ret;
 
-	bench_read_counts(d, &a);
-	r1 = bench_run(path, d->in, warmup, &ignored);
-	r2 = r1 < 0 ? 0 : bench_run(path, d->in, frames, ns);
-	if (r1 < 0 || r2 < 0)
-		return -ENOMEM;
-	if (r1 || r2) {
-		pr_err("jix_bridge_bench: %s refused %d frames\n", path->name,
-		       r1 + r2);
-		return -EIO;
+	for (p = 0; p < 2; p++) {
+		bench_read_counts(d, &a);
+		ret = bench_run(d->in, BIT(p), warmup, ignored);
+		bench_read_counts(d, &b);
+		if (!ret)
+			ret = bench_check(bench_paths[p].name, d, &a, &b, warmup);
+		if (ret)
+			return ret;
 	}
+	bench_read_counts(d, &a);
+	ret = bench_run(d->in, BIT(0) | BIT(1), frames, ns);
 	bench_read_counts(d, &b);
-	return bench_check(path, d, &a, &b, (u64)warmup + frames);
+	return ret ?: bench_check("hook and bridge", d, &a, &b, 2ULL * frames);
 }
 
 /* The control API call that adds the entry of 239.1.1.1 on @port. */
@@ -293,32 +328,27 @@ static void bench_figures(u64 hook_ns, u64 bridge_ns, u64 n,
 	f->ratio = bridge_ns ? div64_u64(hook_ns * 100, bridge_ns) : 0;
 }
 
-/* All rounds; the order of the two paths alternates between rounds. */
 static int bench_rounds(const struct bench_devs *d)
 {
-	u64 hook_ns = 0, bridge_ns = 0, h, b;
+	u64 total[2] = {};
 	struct bench_fig f;
 	unsigned int r;
 	int ret;
 
 	for (r = 1; r <= rounds; r++) {
-		h = 0;
-		b = 0;
-		ret = bench_path_round(r & 1 ? &bench_hook : &bench_bridge, d,
-				       r & 1 ? &h : &b);
-		if (!ret)
-			ret = bench_path_round(r & 1 ? &bench_bridge : &bench_hook,
-					       d, r & 1 ? &b : &h);
+		u64 ns[2] = {};
+
+		ret = bench_round(d, ns);
 		if (ret)
 			return ret;
-		bench_figures(h, b, frames, &f);
+		bench_figures(ns[0], ns[1], frames, &f);
 		pr_info("jix_bridge_bench: round %u: hook %llu.%llu ns/frame, bridge %llu.%llu ns/frame, ratio %llu.%02llu\n",
 			r, f.hook / 10, f.hook % 10, f.bridge / 10, f.bridge % 10,
 			f.ratio / 100, f.ratio % 100);
-		hook_ns += h;
-		bridge_ns += b;
+		total[0] += ns[0];
+		total[1] += ns[1];
 	}
-	bench_figures(hook_ns, bridge_ns, (u64)frames * rounds, &f);
+	bench_figures(total[0], total[1], (u64)frames * rounds, &f);
 	pr_info("jix_bridge_bench: hook: %llu.%llu ns/frame, bridge: %llu.%llu ns/frame, ratio hook/bridge: %llu.%02llu\n",
 		f.hook / 10, f.hook % 10, f.bridge / 10, f.bridge % 10,
 		f.ratio / 100, f.ratio % 100);
