@@ -13,6 +13,8 @@
 #   qemu-check-5.4      the target kernel, Linux 5.4 AArch64 with KASAN,
 #                       lockdep, DEBUG_OBJECTS and kmemleak, from
 #                       ../shared/kernels (skipped, with one line, without it)
+#   bench-qemu          not a test: the per-packet hook timed against a
+#                       Linux bridge, x86-64 and AArch64 (bench-qemu-<arch>)
 #
 # Everything downloaded or built goes to .cache/qemu/<arch>/ (and the arm64
 # packages to .cache/arm64/); QEMU_TIMEOUT bounds one boot (seconds).
