@@ -68,7 +68,7 @@ MODULE_PARM_DESC(flow_index, "the frame's hardware flow index (negative: none)")
 #define BENCH_BATCH	64
 
 static const __be32 bench_grp = cpu_to_be32(0xef010101);	/* 239.1.1.1 */
-static u8 bench_frame[BENCH_LEN];
+static u8 bench_frame[BENCH_LEN] __aligned(4);
 
 struct bench_devs {
 	struct net_device *in;
