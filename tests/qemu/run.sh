@@ -6,7 +6,7 @@
 # module jix_probe.ko, a static mcctl and jixtest in a busybox initramfs,
 # and judge the run by the guest's summary line and the console.
 #
-#   tests/qemu/run.sh x86_64|arm64|5.4 [demo]
+#   tests/qemu/run.sh x86_64|arm64|5.4 [demo|bench]
 #
 # x86_64 and arm64 boot Debian's own kernel of the installed amd64
 # headers' version.  "5.4" is the product's target kernel, Linux 5.4
@@ -18,6 +18,8 @@
 #   test  tests/qemu/guest-init.sh, jixtest's suite (the default)
 #   demo  tools/demo/demo-init.sh (make run): the module forwarding a
 #         stream, printed for the reader
+#   bench bench/qemu (make bench-qemu): the per-packet hook timed against
+#         a Linux bridge with MDB entries for the same ports
 #
 # Builds the modules for that architecture (make module / make
 # module-arm64), fetches what is missing with apt-get, and keeps
@@ -29,8 +31,8 @@ set -euo pipefail
 arch=${1:-}
 mode=${2:-test}
 case $arch:$mode in
-x86_64:test | arm64:test | 5.4:test | x86_64:demo | arm64:demo) ;;
-*) echo "usage: $0 x86_64|arm64|5.4 [demo]" >&2 && exit 2 ;;
+x86_64:test | arm64:test | 5.4:test | x86_64:demo | arm64:demo | x86_64:bench | arm64:bench) ;;
+*) echo "usage: $0 x86_64|arm64|5.4 [demo|bench]" >&2 && exit 2 ;;
 esac
 
 here=$(cd "$(dirname "$0")" && pwd)
@@ -111,7 +113,8 @@ else
 		veth=$armdir/root/lib/modules/$kver-arm64/kernel/drivers/net/veth.ko
 		say "building the modules (make module-arm64)"
 		quiet "make module-arm64" make -C "$root" module-arm64
-		[ -f "$kimage" ] && [ -f "$veth" ] || pkgs+=("linux-image-$kver-arm64-unsigned")
+		[ -f "$kimage" ] && [ -f "$veth" ] && [ -f "${veth%/drivers/*}/net/bridge/bridge.ko" ] ||
+			pkgs+=("linux-image-$kver-arm64-unsigned")
 	fi
 	[ -f "$busybox" ] || pkgs+=(busybox-static)
 	# The arm64 kernel and busybox come from Debian's arm64 packages of
@@ -128,7 +131,9 @@ else
 				{ apt-get "${o[@]}" update && apt-get "${o[@]}" download "${pkgs[@]}"; }; } &&
 			for d in ./*.deb; do
 				dpkg-deb --fsys-tarfile "$d" | tar -x -C root --wildcards --no-wildcards-match-slash \
-					'./boot/vmlinuz-*' './lib/modules/*/kernel/drivers/net/veth.ko' ./bin/busybox || true
+					'./boot/vmlinuz-*' './lib/modules/*/kernel/drivers/net/veth.ko' ./bin/busybox \
+					'./lib/modules/*/kernel/drivers/net/dummy.ko' './lib/modules/*/kernel/net/llc/llc.ko' \
+					'./lib/modules/*/kernel/net/802/stp.ko' './lib/modules/*/kernel/net/bridge/bridge.ko' || true
 			done; rm -f ./*.deb) > "$work/fetch.log" 2>&1 || true
 		[ -f "$busybox" ] && [ -f "$kimage" ] || { cat "$work/fetch.log" >&2 && die "could not fetch ${pkgs[*]} (arm64)"; }
 	fi
@@ -163,6 +168,8 @@ cp "$busybox" "$rootfs/bin/busybox"
 init=$here/guest-init.sh
 [ $mode != demo ] || init=$root/tools/demo/demo-init.sh
 install -m 755 "$init" "$rootfs/init"
+# The benchmark's guest replaces /init with its own.
+[ $mode != bench ] || . "$root/bench/qemu/rootfs.sh"
 printf 'STORM_S=%s\nCYCLES=%s\nWATCHDOG_S=%s\n' "$storm_s" "${JIX_CYCLES:-50}" "$guard_s" > "$rootfs/etc/jixtest.conf"
 # The README's operator's tour: the guest runs its commands; on x86-64 it
 # must print what the README shows.
@@ -194,10 +201,11 @@ bad=$(grep -a -n -E "$trouble" "$log.txt" | head -n 20 || true)
 ok=yes
 [ -z "$bad" ] || ok=no
 case $mode in
-demo)
-	sed -n '/^DEMO BEGIN$/,/^DEMO END$/p' "$log.txt" | sed '1d;$d'
-	summary=$(grep -a -o 'JIXDEMO .*' "$log.txt" | tail -n 1 || true)
-	[ "$summary" = "JIXDEMO OK" ] || ok=no
+demo | bench)
+	tag=$(echo $mode | tr a-z A-Z)
+	sed -n "/^$tag BEGIN\$/,/^$tag END\$/p" "$log.txt" | sed '1d;$d'
+	summary=$(grep -a -o "JIX$tag .*" "$log.txt" | tail -n 1 || true)
+	[ "$summary" = "JIX$tag OK" ] || ok=no
 	;;
 test)
 	sed -n '/^TOUR BEGIN$/,/^TOUR END$/p' "$log.txt" | sed '1d;$d' > "$work/tour.txt"
