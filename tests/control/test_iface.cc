@@ -285,7 +285,6 @@ TEST_F(Iface, ProcWrites)
 		{ FWD, "add ipv6 ff0e:0:0:0:0:0:0:1 33:33:00:00:00:01 3", 0, "Add entry success!\n", "m4 s1 0:-1:5 3:-1:0" },
 		{ FWD, "del ipv6 ff0e:0:0:0:0:0:0:1 33:33:00:00:00:01 3", 0, "Del entry success!\n", "m4 s1 0:-1:5" },
 		{ FWD, "del_by_port 0", 0, "Clear entry by port success!\n", "m4 s1" },
-		{ FWD, "del_by_port 0", 0, "Clear entry by port success!\n", "m4 s1" },
 		{ FWD, "add ipv4 239.1.1.1 01:00:5e:01:01:01 1", 0, "Add entry success!\n", "m4 s1 1:-1:0" },
 		{ FWD, "del_all", 0, "Clear all entry success!\n", "m4 s1" },
 		{ FWD, "filter_mode 7", 0, refused + mode_ok, "m4 s1" },

@@ -122,13 +122,6 @@ std::string texts()
 	return s;
 }
 
-quor_peer_entry peer_entry(u8 port, const char *grp, s16 vlan)
-{
-	igmp_entry_info e = jt::entry(port, grp, vlan);
-	quor_peer_entry p;
-	return *(quor_peer_entry *)memcpy(&p, &e, sizeof(p));
-}
-
 // An entry request: any bytes (the corpus holds entries of every port,
 // family, VLAN and treatment, for the groups of its frames).
 quor_peer_entry entry_from(Input &in)
@@ -425,7 +418,7 @@ void populate(Input &in)
 	for (unsigned int i = 0, n = b < 0xc0 ? b % 8 : (b - 0xc0) * 2; i < n; i++) {
 		std::string g = i % 5 == 4 ? "ff0e::" + std::to_string(i) :
 			"239.1." + std::to_string(i >> 8) + "." + std::to_string(i & 255);
-		quor_peer_entry e = peer_entry(kPorts[i % kDevNum], g.c_str(), i % 3 ? 100 + i : -1);
+		igmp_entry_info e = jt::entry(kPorts[i % kDevNum], g.c_str(), i % 3 ? 100 + i : -1);
 		e.vlan_mode = i % 6;
 		jt::api(QUOR_MC_API_ENTRY_ADD, &e);
 	}
