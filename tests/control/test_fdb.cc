@@ -206,27 +206,4 @@ TEST_F(Fdb, SlotsLiveWithTheirGroups)
 	EXPECT_EQ(0, fdb_entries().back().acnt.bound);
 }
 
-// Slots whose counter the pool could not give stay unused: never bound to
-// a group, never given back (another owner's counter would be).
-class FewCounters : public ModuleTest {
-	void before_start() override
-	{
-		for (int i = 0; i < 150; i++) {	// the pool has 156
-			u8 rec[64] = { 19 };	// take
-			char *name = (char *)rec + 40;
-			memcpy(rec + 16, &name, sizeof(name));
-			__QUOR_HOOK(QUOR_HOOK_TYPE_CNT_POOL, 0, rec);
-		}
-	}
-};
-
-TEST_F(FewCounters, SlotsWithoutACounterStayUnused)
-{
-	for (int i = 1; i <= 10; i++) add_entry(1, ("239.2.0." + std::to_string(i)).c_str());
-	EXPECT_EQ(6, std::count_if(std::begin(mcst_acnt), std::end(mcst_acnt),
-				   [](const mcst_acnt_slot &s) { return s.grp_addr[0] != 0; }));
-	stop();
-	EXPECT_EQ(150, host_counters_taken());	// only its own six went back
-}
-
 } // namespace

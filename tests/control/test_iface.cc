@@ -19,7 +19,8 @@ const char *const FWD = "kv7730/jix_mc_fwd_entry", *const DBG = "kv7730/jix_mc_d
 
 // Slot 0 of the per-packet hook is the data handler (a frame-less call
 // goes to the kernel); other slots are empty or out of range, and so are
-// API indexes from 15.  API operations without their record fail.
+// API indexes from 15.  (API operations without their record: the
+// fuzzers.)
 TEST_F(Iface, HookSlots)
 {
 	quor_peer_mc mc{};
@@ -35,10 +36,6 @@ TEST_F(Iface, HookSlots)
 	for (u32 id : { 15u, 1000u }) {
 		EXPECT_EQ(-1, api(id, nullptr).hook);
 		EXPECT_EQ("mc_data->api_function_id is " + std::to_string(id) + ", exceed max number: 15\n", log_take());
-	}
-	for (u32 id : { 4u, 5u, 6u, 9u, 10u, 11u, 12u, 13u }) {
-		ApiResult r = api(id, nullptr);
-		EXPECT_TRUE(r.hook == 1 && r.result == -1) << id;
 	}
 	quor_mc_debug_level = 3;
 	api(QUOR_MC_API_CLEAR_ALL, nullptr);
@@ -265,6 +262,7 @@ TEST_F(Iface, EntriesFileText)
 }
 
 // Every write form of the three files: what it answers, logs and leaves
+// (the refusals of long and unreadable writes: fuzz_proc)
 // ("m<mode> s<snooping>", entries, " d<debug level>", " t<type of port 1>").
 // Malformed commands print the usage and are consumed.
 TEST_F(Iface, ProcWrites)
@@ -276,37 +274,33 @@ TEST_F(Iface, ProcWrites)
 		"5.Set snooping mode: echo snooping mode[0~1] > /proc/kv7730/jix_mc_fwd_entry\n" + fwd_help;
 	const std::string refused = "[quor_igmp_set_filterMode]quor_igmp filter mode should be 0~5\n",
 			  pt_usage = "usage: <portName portType>\n", mode_ok = "Filter mode set success!\n";
-	const struct { const char *file; std::string text; long ret; std::string log; const char *state; } rows[] = {
+	const struct { const char *file; std::string text, log; const char *state; } rows[] = {
 		// Missing numbers count as zero; the family is compared on four characters.
-		{ FWD, "add ipv4xyz 239.1.1.1 01:00:5e:01:01:01", 0, "Add entry success!\n", "m4 s1 0:-1:0" },
-		{ FWD, "update ipv4 239.1.1.1 01:00:5e:01:01:01 0 0 5 0 0 0 0", 0, "Update entry success!\n", "m4 s1 0:-1:5" },
-		{ FWD, "update ipv4 239.9.9.9 01:00:5e:01:01:01 0 0 5", 0, "Update entry fail!\n", "m4 s1 0:-1:5" },
-		{ FWD, "del ipv4 239.7.7.7 01:00:5e:01:01:01 0 0", 0, "Del entry success!\n", "m4 s1 0:-1:5" },
-		{ FWD, "add ipv6 ff0e:0:0:0:0:0:0:1 33:33:00:00:00:01 3", 0, "Add entry success!\n", "m4 s1 0:-1:5 3:-1:0" },
-		{ FWD, "del ipv6 ff0e:0:0:0:0:0:0:1 33:33:00:00:00:01 3", 0, "Del entry success!\n", "m4 s1 0:-1:5" },
-		{ FWD, "del_by_port 0", 0, "Clear entry by port success!\n", "m4 s1" },
-		{ FWD, "del_by_port 0", 0, "Clear entry by port success!\n", "m4 s1" },
-		{ FWD, "add ipv4 239.1.1.1 01:00:5e:01:01:01 1", 0, "Add entry success!\n", "m4 s1 1:-1:0" },
-		{ FWD, "del_all", 0, "Clear all entry success!\n", "m4 s1" },
-		{ FWD, "filter_mode 7", 0, refused + mode_ok, "m4 s1" },
-		{ FWD, "filter_mode -1", 0, refused + mode_ok, "m4 s1" },
-		{ FWD, "filter_mode 2", 0, mode_ok, "m2 s1" },
-		{ FWD, "snooping 256", 0, "IGMP snooping set success!\n", "m2 s0" },	// low byte 0: off
-		{ FWD, "snooping 1", 0, "IGMP snooping set success!\n", "m2 s1" },
-		{ FWD, std::string(256, 'a'), -EINVAL, "", "m2 s1" },
-		{ DBG, "3\n", 0, "", "m2 s1 d3" },
-		{ DBG, "abc", 0, "usage: <debuglevel>\n", "m2 s1 d3" },
-		{ DBG, std::string(32, '1'), -EINVAL, "", "m2 s1 d3" },
-		{ DBG, "0", 0, "", "m2 s1 d0" },
-		{ FWD, "filter_mode 9", 0, mode_ok, "m2 s1 d0" },	// the error is silenced
-		{ PTYPE, "eth0.2 2\n", 0, "portName:eth0.2 portType:2\n", "m2 s1 d0 t2" },
-		{ PTYPE, "eth0.2 0", 0, "portName:eth0.2 portType:0\n", "m2 s1 d0 t2" },	// refused by the API
-		{ PTYPE, "abcdefghijklmno 1", 0, "portName:abcdefghijklmno portType:1\n", "m2 s1 d0 t2" },
-		{ PTYPE, std::string(64, '1'), -EINVAL, "", "m2 s1 d0 t2" },
+		{ FWD, "add ipv4xyz 239.1.1.1 01:00:5e:01:01:01", "Add entry success!\n", "m4 s1 0:-1:0" },
+		{ FWD, "update ipv4 239.1.1.1 01:00:5e:01:01:01 0 0 5 0 0 0 0", "Update entry success!\n", "m4 s1 0:-1:5" },
+		{ FWD, "update ipv4 239.9.9.9 01:00:5e:01:01:01 0 0 5", "Update entry fail!\n", "m4 s1 0:-1:5" },
+		{ FWD, "del ipv4 239.7.7.7 01:00:5e:01:01:01 0 0", "Del entry success!\n", "m4 s1 0:-1:5" },
+		{ FWD, "add ipv6 ff0e:0:0:0:0:0:0:1 33:33:00:00:00:01 3", "Add entry success!\n", "m4 s1 0:-1:5 3:-1:0" },
+		{ FWD, "del ipv6 ff0e:0:0:0:0:0:0:1 33:33:00:00:00:01 3", "Del entry success!\n", "m4 s1 0:-1:5" },
+		{ FWD, "del_by_port 0", "Clear entry by port success!\n", "m4 s1" },
+		{ FWD, "add ipv4 239.1.1.1 01:00:5e:01:01:01 1", "Add entry success!\n", "m4 s1 1:-1:0" },
+		{ FWD, "del_all", "Clear all entry success!\n", "m4 s1" },
+		{ FWD, "filter_mode 7", refused + mode_ok, "m4 s1" },
+		{ FWD, "filter_mode -1", refused + mode_ok, "m4 s1" },
+		{ FWD, "filter_mode 2", mode_ok, "m2 s1" },
+		{ FWD, "snooping 256", "IGMP snooping set success!\n", "m2 s0" },	// low byte 0: off
+		{ FWD, "snooping 1", "IGMP snooping set success!\n", "m2 s1" },
+		{ DBG, "3\n", "", "m2 s1 d3" },
+		{ DBG, "abc", "usage: <debuglevel>\n", "m2 s1 d3" },
+		{ DBG, "0", "", "m2 s1 d0" },
+		{ FWD, "filter_mode 9", mode_ok, "m2 s1 d0" },	// the error is silenced
+		{ PTYPE, "eth0.2 2\n", "portName:eth0.2 portType:2\n", "m2 s1 d0 t2" },
+		{ PTYPE, "eth0.2 0", "portName:eth0.2 portType:0\n", "m2 s1 d0 t2" },	// refused by the API
+		{ PTYPE, "abcdefghijklmno 1", "portName:abcdefghijklmno portType:1\n", "m2 s1 d0 t2" },
 	};
 	for (auto &r : rows) {
 		std::string st = fdb_state(), row = std::string(r.file) + " <- " + r.text;
-		EXPECT_EQ(r.ret ? r.ret : (long)r.text.size(), write(r.file, r.text)) << row;
+		EXPECT_EQ((long)r.text.size(), write(r.file, r.text)) << row;
 		EXPECT_EQ(r.log, log_take()) << row;
 		st = fdb_state() + (strstr(r.state, " d") ? " d" + std::to_string(quor_mc_debug_level) : "") +
 		     (strstr(r.state, " t") ? " t" + std::to_string(PORT_TYPE[1]) : "");
@@ -326,11 +320,6 @@ TEST_F(Iface, ProcWrites)
 		EXPECT_EQ(pt_usage, log_take()) << bad;
 	}
 	EXPECT_EQ("m2 s1", fdb_state());
-	static char buf[16] = "del_all";
-	host_uaccess_add_fault(buf + 3, 1);
-	for (const char *f : { FWD, DBG, PTYPE })
-		EXPECT_EQ(-EFAULT, host_proc_write(f, buf, 7)) << f;
-	EXPECT_EQ("", log_take());
 }
 
 TEST_F(Iface, DebugAndPortTypeFilesText)

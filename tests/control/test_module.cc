@@ -175,21 +175,4 @@ TEST_F(Module, RowReferenceOutlivesReaders)
 	EXPECT_EQ(0, host_netdev_refcnt(d));
 }
 
-// Devices that exist before start are bound at start and replayed by the
-// notifier; each row still holds one reference, released at stop.
-class EarlyDevice : public ModuleTest {
-protected:
-	net_device *early = nullptr;
-	void before_start() override { early = netdev("eth0.4"); }
-};
-
-TEST_F(EarlyDevice, BoundOnceAndReleasedAtStop)
-{
-	EXPECT_EQ(early, get_dev_by_port(3));
-	EXPECT_EQ(1, host_netdev_refcnt(early));
-	stop();
-	EXPECT_EQ(0, host_netdev_refcnt(early));
-	EXPECT_EQ(nullptr, lan_map_data[3].dev);
-}
-
 } // namespace

@@ -81,13 +81,6 @@ TEST_F(PortMask, VlansOfTheFrameAndTheCaller)
 	// Port bits as everywhere: 31 sign-extends, 33 wraps to bit 1.
 	add_entry(31, "239.1.1.1"), add_entry(33, "239.1.1.1");
 	EXPECT_EQ(0xffffffff80000003ull, mask(v4()));
-	Bytes f = v4();
-	for (size_t n = 0; n < f.size(); n++) {	// prefixes, within bounds
-		Bytes p(f.begin(), f.begin() + n);
-		u32 vid = 100;
-		EXPECT_EQ(n >= 6 ? 0xffffffff80000003ull : 0, mask(p)) << n;
-		EXPECT_EQ(n >= 6 ? 0x2u : 0u, mask(p, 0, &vid)) << n;
-	}
 }
 
 TEST_F(PortMask, MatchesLearnTheFlowIndexAndTakeTheLockOnce)
