@@ -286,10 +286,9 @@ protected:
 TEST_F(Queries, CallbackGetsTheIngressPortAndTheWholeFrame)
 {
 	answer = 0;	// and relays nothing
-	for (const char *n : { "pon", "nas10", "eth9" })
-		dev[n] = netdev(n);
+	dev["eth9"] = netdev("eth9");	// which device is which port is the port map's test
 	const struct { const char *dev; int port; } cases[] = {	// port -1: an error
-		{ "eth0.3", 2 }, { "ux0", 16 }, { "pon", 32 }, { "nas10", 33 }, { "eth9", -1 }, { "none", -1 } };
+		{ "ux0", 16 }, { "eth9", -1 }, { "none", -1 } };
 	for (const auto &c : cases) {
 		seen.clear();
 		query(general, JIX_QUERY_GENERAL, dev.count(c.dev) ? dev[c.dev] : nullptr);
@@ -314,7 +313,6 @@ TEST_F(Queries, QueriesRelayedToEveryPort)
 		for (auto &d : dev)
 			host_netdev_tx_clear(d.second);
 		seen.clear();
-		log_take();
 		query(c.frame, c.kind, dev[c.in]);
 		EXPECT_EQ(c.snooping ? 1u : 0u, seen.size()) << c.in;
 		for (auto &d : dev) {
