@@ -133,14 +133,8 @@ TEST_F(CtrlVlan, SwitchTagsInOperationsTwoAndThree)
 	}
 }
 
-TEST_F(CtrlVlan, SwitchTagRemovalAndRecoveryBounds)
+TEST_F(CtrlVlan, SwitchTagGoesBackOnlyWithHeadroom)
 {
-	u8 type = 9;
-	u16 value = 9;
-	Skb ip(eth_skb(data()));
-	quor_remove_stag(ip.get(), &type, &value);
-	EXPECT_EQ(0x909, type << 8 | value);	// no switch tag: neither output written
-	EXPECT_EQ(hex(data()), data_of(ip.get()));
 	// Type 0 goes back only with 4 bytes of headroom.
 	for (unsigned room : { 3u, 4u }) {
 		Skb skb(eth_skb(data(), room));
@@ -169,10 +163,6 @@ TEST_F(CtrlVlan, OneToNDecision)
 			add(m);
 		EXPECT_EQ(c.result, one_to_n(data())) << c.what;
 	}
-	quor_mc_debug_level = 3;
-	log_take();
-	one_to_n(data());
-	EXPECT_NE(std::string::npos, log_take().find("[quor_vlan_IsOneToN]interface counter < 2...\n"));
 	// Snooping off floods to the Wi-Fi ports with a device: 1:N, and the
 	// flow gets its learned tags back.
 	quor_igmp_set_snooping(0);
@@ -205,7 +195,8 @@ TEST_F(CtrlVlan, EntryAddAndDeleteMoveTheFlowBetweenHardwareAndSoftware)
 	drv.foe = 7;
 	u64 m = 0;
 	igmp_get_fwd_portmask(skb_from(data({ { 0x8100, 100 } })).get(), &m);
-	bind(data({ { 0x8100, 100 } }), m);
+	// marked with the counter of the group's entries
+	EXPECT_EQ((u32)jt::fdb_entries()[0].acnt.acnt_id << 17, bind(data({ { 0x8100, 100 } }), m));
 	for (const auto &s : steps) {
 		drv.calls.clear();
 		s.add ? add(s.m) : del(s.m);
@@ -295,10 +286,9 @@ protected:
 TEST_F(Queries, CallbackGetsTheIngressPortAndTheWholeFrame)
 {
 	answer = 0;	// and relays nothing
-	for (const char *n : { "pon", "nas10", "eth9" })
-		dev[n] = netdev(n);
+	dev["eth9"] = netdev("eth9");	// which device is which port is the port map's test
 	const struct { const char *dev; int port; } cases[] = {	// port -1: an error
-		{ "eth0.3", 2 }, { "ux0", 16 }, { "pon", 32 }, { "nas10", 33 }, { "eth9", -1 }, { "none", -1 } };
+		{ "ux0", 16 }, { "eth9", -1 }, { "none", -1 } };
 	for (const auto &c : cases) {
 		seen.clear();
 		query(general, JIX_QUERY_GENERAL, dev.count(c.dev) ? dev[c.dev] : nullptr);
@@ -306,9 +296,6 @@ TEST_F(Queries, CallbackGetsTheIngressPortAndTheWholeFrame)
 		EXPECT_EQ((c.port < 0 ? decltype(seen)() : decltype(seen)(1, { (u8)c.port, general })), seen) << c.dev;
 	}
 	query(specific, JIX_QUERY_SPECIFIC, dev["eth0.1"]);
-	quor_mc_debug_level = 0;
-	query(general, JIX_QUERY_GENERAL, dev["eth9"]);
-	EXPECT_EQ("", log_take());
 	EXPECT_EQ(0u, total_tx());
 }
 
@@ -326,14 +313,8 @@ TEST_F(Queries, QueriesRelayedToEveryPort)
 		for (auto &d : dev)
 			host_netdev_tx_clear(d.second);
 		seen.clear();
-		log_take();
 		query(c.frame, c.kind, dev[c.in]);
 		EXPECT_EQ(c.snooping ? 1u : 0u, seen.size()) << c.in;
-		std::string log = log_take();
-		size_t asked = 0;
-		for (size_t i = 0; (i = log.find("[quor_jix_muliticast_api_hook]Enter, function_id=1\n", i)) != log.npos; i++)
-			asked++;
-		EXPECT_EQ(32u, asked);
 		for (auto &d : dev) {
 			ASSERT_EQ(1u, tx(d.first.c_str())) << d.first;
 			EXPECT_EQ(c.frame, jt::sent(d.second));
@@ -363,13 +344,7 @@ TEST_F(Queries, SpecificQueryGoesToReMappedMemberPortsAndKeepsTheFlowIndex)
 	drv.foe = -1;
 	for (auto &d : dev)
 		host_netdev_tx_clear(d.second);
-	quor_mc_debug_level = 3;
-	log_take();
 	query(specific, JIX_QUERY_SPECIFIC, dev["eth0.1"]);
-	std::string log = log_take();
-	EXPECT_NE(std::string::npos, log.find("[quor_mcst_send_specific_query]before query : fwd_port_mask = 0x10019\n"));
-	EXPECT_NE(std::string::npos, log.find("[quor_mcst_send_specific_query]after query : fwd_port_mask = 0x100109\n"));
-	EXPECT_NE(std::string::npos, log.find("[igmp_get_fwd_portmask]239.1.1.1\n")) << log;
 	// Ports 0 and 3 stay, 4 becomes 8 (no device), 16 becomes 20 (ux4).
 	EXPECT_EQ(3u, tx("eth0.1") + tx("eth0.4") + tx("ux4"));
 	EXPECT_EQ(specific, jt::sent(dev["ux4"]));

@@ -1,91 +1,12 @@
-// Lifetime of records and timers: a flow's whole life through membership
-// changes; expiries that fire while another path removes or replaces their
-// record; module stop with records, pending timers and an expiry in flight.
+// Lifetime of records and timers: expiries that fire while another path
+// removes or replaces their record; module stop with records, pending
+// timers and an expiry in flight.
 #include "hwnat_test.h"
 
 #include <atomic>
 #include <thread>
 
 namespace {
-
-TEST_F(Hwnat, AFlowFromFirstFrameToModuleStop)
-{
-	auto p1 = entry(1, "239.1.1.1"), p2 = entry(2, "239.1.1.1"), p3 = entry(3, "239.1.1.1");
-	const Bytes f = v4("239.1.1.1");
-	u8 id = mcst_acnt[0].acnt_id;
-	auto members = [&f] {
-		u64 mask = 0;
-		igmp_get_fwd_portmask(skb_from(f).get(), &mask);
-		return mask;
-	};
-
-	host_trace_enable(1);
-	// The first frame of a joined group binds the flow and is marked with
-	// the group's counter, the one its entry counts on.
-	host_counter_set(id, 1000, 10);
-	ASSERT_EQ(0, quor_igmp_add_entry(&p1));
-	ASSERT_EQ(0x2u, members());
-	EXPECT_EQ((u32)id << 17, bind(f, 0x2));
-	host_counter_set(id, 1600, 16);	// the engine counted marked frames
-	igmp_entry_info rec[1]{};
-	igmp_entry_get_req req = jt::get_req(1, rec, 1);
-	ASSERT_EQ(1, quor_igmp_get_entry(&req));
-	EXPECT_EQ(6u, rec[0].pkt_acnt);
-	EXPECT_EQ(600u, rec[0].byte_acnt);
-
-	// A second member reaches the driver; both leave: the flow becomes a
-	// drop entry, its counter released.  A new member undoes the drop.
-	ASSERT_EQ(0, quor_igmp_add_entry(&p3));
-	ASSERT_EQ(0, quor_igmp_del_entry(&p1));
-	ASSERT_EQ(0, quor_igmp_del_entry(&p3));
-	ASSERT_EQ(0, quor_igmp_add_entry(&p2));
-	// Its frames bind the flow again, until the engine gives it up.
-	ASSERT_EQ(0x4u, members());
-	bind(f, 0x4);
-	host_jiffies_advance(2999);
-	EXPECT_NE("", flows());
-	drv.is_mc = 0;
-	host_jiffies_advance(1);
-	EXPECT_EQ("", flows());
-	// The drop's deletion only: the engine no longer held the flow.
-	EXPECT_EQ("set_info(7,0xa,0) set_info(7,0x8,0) dp(7,15) delete(7) ",
-		  calls_of({ "set_info(", "dp(7,15", "delete(" }));
-
-	// Stop (entries left) with a bound flow and a drop, timers pending.
-	drv.foe = 9;
-	bind(v4("239.5.5.5"), 0x1);
-	drv.foe = 10;
-	drop(v4("239.6.6.6"));
-	EXPECT_EQ("jix_mc_flow_bind: group=239.1.1.1 index=7 mask=0x2 vid=-1\n"
-		  "jix_mc_drop_add: group=239.1.1.1 index=7 mask=0x0 vid=-1\n"
-		  "jix_mc_drop_del: group=239.1.1.1 index=7 mask=0x0 vid=-1\n"
-		  "jix_mc_flow_bind: group=239.1.1.1 index=7 mask=0x4 vid=-1\n"
-		  "jix_mc_flow_unbind: group=239.1.1.1 index=7 mask=0x4 vid=-1\n"
-		  "jix_mc_flow_bind: group=239.5.5.5 index=9 mask=0x1 vid=-1\n"
-		  "jix_mc_drop_add: group=239.6.6.6 index=10 mask=0x0 vid=-1\n",
-		  std::string(host_trace_text()));
-	host_trace_enable(0);
-	stop();
-	EXPECT_EQ(nullptr, xpon_igmp_learn_flow_hook);
-}
-
-// With the database empty, stop releases flows quietly but deletes each
-// drop in the engine, so a reload does not find those groups dropped.
-TEST_F(Hwnat, StopDeletesDropsInTheEngineAndFlowsQuietly)
-{
-	for (int i = 1; i <= 3; i++) {
-		drv.foe = i;
-		bind(v4("239.1.1.1"), 0x1);
-	}
-	drv.foe = 20;
-	drop(v6("ff05::1:3"));
-	quor_update_hwnat_entry(3, 0);	// a drop made from a flow
-	host_jiffies_advance(3000);	// re-armed once by their expiries
-	EXPECT_EQ(4, host_timers_pending());
-	drv.calls.clear();
-	stop();
-	EXPECT_EQ("delete(20) delete(3) ", drv.calls);
-}
 
 // An expiry fired; before it takes the lock, another path removes,
 // replaces or converts its record.  The expiry acts on no other record.

@@ -151,16 +151,6 @@ TEST_F(Vlan, HardwareTagWordsOfTheFirstMemberEntry)
 	ux_sw_nat_hook_update_vlan = nullptr;
 	quor_mcst_do_vlan(9, 0x2);
 	EXPECT_EQ("", drv.calls);
-
-	// Called directly, a computation leaves what its rule does not write.
-	u32 o = 1, i = 1;
-	a.outer_tci = a.inner_tci = 0xFFF;
-	quor_mcst_vlan_add(9, &a, &o, &i);	// no VID given
-	a.outer_tci = 10;
-	quor_mcst_vlan_replace(8, &a, &o, &i);	// no such flow
-	EXPECT_EQ(0x101u, o << 8 | i);
-	quor_mcst_vlan_strip(9, &o, &i);
-	EXPECT_EQ(0u, o | i);
 }
 
 } // namespace
