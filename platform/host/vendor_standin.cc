@@ -23,6 +23,10 @@
 #define CNT_REQ_OFF_ID		80	/* u8 */
 #define CNT_REQ_OFF_BYTES	104	/* u32 low, u32 high */
 #define CNT_REQ_OFF_PKTS	112	/* u32 low, u32 high */
+#define CNT_POOL_OFF_NAME	40	/* 16 bytes */
+#define CNT_POOL_OFF_KIND	60	/* u32: 2 */
+#define CNT_REQ_LEN		256
+#define CNT_REQ_OFF_KIND	92	/* u32: 3 */
 #define SWITCH_CMD_PORT		12
 #define SWITCH_OFF_LAN		8	/* u8 */
 #define SWITCH_OFF_ANSWER	9	/* s8 */
@@ -126,11 +130,43 @@ struct quor_hook_ops *hook_find(unsigned int type, unsigned int subtype)
 	return NULL;
 }
 
+/* Bytes [@from, @to) of @rec are all 0. */
+bool zero_between(const void *rec, unsigned int from, unsigned int to)
+{
+	for (const unsigned char *b = (const unsigned char *)rec; from < to; from++)
+		if (b[from])
+			return false;
+	return true;
+}
+
+/*
+ * The framework serves only records laid out as it defines them: a
+ * counter pool request has kind 2 and zeros where no field is, a counter
+ * request kind 3 and was cleared before use (the answers' bytes aside).
+ */
+bool counter_pool_well_formed(const void *rec)
+{
+	return get32(rec, CNT_POOL_OFF_KIND) == 2 && zero_between(rec, 4, CNT_POOL_OFF_NAMEP) &&
+	       zero_between(rec, CNT_POOL_OFF_NAMEP + 8, CNT_POOL_OFF_NAME) &&
+	       (get32(rec, 0) == CNT_POOL_CMD_TAKE ||
+		zero_between(rec, CNT_POOL_OFF_NAME, CNT_POOL_OFF_ID));
+}
+
+bool counter_request_well_formed(const void *rec)
+{
+	return get32(rec, CNT_REQ_OFF_KIND) == 3 && zero_between(rec, 4, CNT_REQ_OFF_ID) &&
+	       zero_between(rec, CNT_REQ_OFF_ID + 1, CNT_REQ_OFF_KIND) &&
+	       zero_between(rec, CNT_REQ_OFF_KIND + 4, CNT_REQ_OFF_BYTES) &&
+	       zero_between(rec, CNT_REQ_OFF_PKTS + 8, CNT_REQ_LEN);
+}
+
 int counter_pool(void *rec)
 {
 	u32 id = get32(rec, CNT_POOL_OFF_ID);
 	u64 namep;
 
+	if (WARN_ON(!counter_pool_well_formed(rec)))
+		return -1;
 	switch (get32(rec, 0)) {
 	case CNT_POOL_CMD_TAKE:
 		memcpy(&namep, (char *)rec + CNT_POOL_OFF_NAMEP, sizeof(namep));
@@ -153,6 +189,8 @@ int counter_request(void *rec)
 {
 	hw_counter &c = counters[((unsigned char *)rec)[CNT_REQ_OFF_ID]];
 
+	if (WARN_ON(!counter_request_well_formed(rec)))
+		return -1;
 	switch (get32(rec, 0)) {
 	case CNT_REQ_CMD_READ:
 		counter_reads++;

@@ -241,10 +241,10 @@ TEST_F(Iface, EntriesFileText)
 
 	EXPECT_EQ(fwd_head + fwd_tail, host_proc_read_all(FWD, 4096));
 	write(FWD, "add ipv4 239.1.1.1 01:00:5e:01:01:01 2 -1 4 8100 64 0 0\n");
-	write(FWD, "add ipv6 ff0e:0:0:0:0:0:1:abcd 33:33:00:01:ab:cd 16 100 3 8100 1064 88a8 5 x");
+	write(FWD, "add ipv6 ff0e:0:0:0:0:102:1:abcd 33:33:00:01:ab:cd 16 100 3 8100 1064 88a8 5 x");
 	EXPECT_EQ(fwd_head + "-1\t2\t-1\t01:00:5E:01:01:01\t4\t0x8100\t0x0064\t0x0000\t0x0000\t239.1.1.1/0.0.0.0\n"
 		  "-1\t16\t100\t33:33:00:01:AB:CD\t3\t0x8100\t0x1064\t0x88A8\t0x0005\t"
-		  "FF0E:0000:0000:0000:0000:0000:0001:ABCD/0000:0000:0000:0000:0000:0000:0000:0000\n" + fwd_tail,
+		  "FF0E:0000:0000:0000:0000:0102:0001:ABCD/0000:0000:0000:0000:0000:0000:0000:0000\n" + fwd_tail,
 		  host_proc_read_all(FWD, 4096));
 	for (int i = 0; i < 300; i++) {
 		snprintf(grp, sizeof(grp), "239.%d.%d.%d", i / 100, i % 100, i % 7);
