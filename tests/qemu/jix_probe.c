@@ -66,19 +66,6 @@ static int probe_drop_packet(struct sk_buff *skb)
 	return 1;
 }
 
-/* ---- API calls ---- */
-
-static int probe_api(struct quor_peer_mc *mc)
-{
-	int hook;
-
-	mc->result = -12345;	/* shows whether the dispatcher wrote it */
-	local_bh_disable();
-	hook = __QUOR_HOOK(QUOR_HOOK_TYPE_MULTICAST, QUOR_MC_SUBTYPE_API, mc);
-	local_bh_enable();
-	return hook;
-}
-
 /* The driver reads a flow record at these offsets; the outcome to @out. */
 static void probe_find(int index, char *out, size_t n)
 {
@@ -101,34 +88,17 @@ static void probe_find(int index, char *out, size_t n)
 /* ---- the storm ---- */
 
 /*
- * The engine's side: look-ups, and every 4th round a bound flow of a
- * multicast frame reported.
+ * A busy engine until storm_end: look-ups, every 4th round a bound flow of
+ * a multicast frame reported, and answers flipped every 2 s so that aging
+ * removes records.
  */
-static void probe_storm_engine(unsigned int i)
-{
-	static const u8 mac[6] = { 0x01, 0x00, 0x5e, 0x14, 0x00, 0x01 };
-	struct sk_buff *skb = i % 4 ? NULL : alloc_skb(64, GFP_KERNEL);
-	int (*learn)(struct sk_buff *skb);
-	char out[64];
-
-	probe_find(101 + i % 8, out, sizeof(out));
-	if (!skb)
-		return;
-	skb_put_data(skb, mac, 6);
-	skb_put_zero(skb, 54);
-	skb_reset_mac_header(skb);
-	local_bh_disable();
-	learn = READ_ONCE(xpon_igmp_learn_flow_hook);
-	if (learn)
-		learn(skb);
-	local_bh_enable();
-	kfree_skb(skb);
-}
-
 static int probe_storm(void *unused)
 {
+	static const u8 mac[6] = { 0x01, 0x00, 0x5e, 0x14, 0x00, 0x01 };
+	int (*learn)(struct sk_buff *skb);
 	unsigned long flip = jiffies;
-	unsigned int i = 0;
+	struct sk_buff *skb;
+	char out[64];
 
 	while (!kthread_should_stop()) {
 		if (time_after(jiffies, storm_end)) {
@@ -140,8 +110,20 @@ static int probe_storm(void *unused)
 			flip = jiffies;
 			WRITE_ONCE(answer, !READ_ONCE(answer));
 		}
-		probe_storm_engine(i++);
-		WRITE_ONCE(n_storm, i);
+		probe_find(101 + n_storm % 8, out, sizeof(out));
+		skb = n_storm % 4 ? NULL : alloc_skb(64, GFP_KERNEL);
+		if (skb) {
+			skb_put_data(skb, mac, 6);
+			skb_put_zero(skb, 54);
+			skb_reset_mac_header(skb);
+			local_bh_disable();
+			learn = READ_ONCE(xpon_igmp_learn_flow_hook);
+			if (learn)
+				learn(skb);
+			local_bh_enable();
+			kfree_skb(skb);
+		}
+		WRITE_ONCE(n_storm, n_storm + 1);
 		usleep_range(500, 1000);
 	}
 	return 0;
@@ -160,25 +142,26 @@ static int probe_cmd_set(const char *val, const struct kernel_param *kp)
 	uint a, b, c;
 	int hook;
 
-	if (sscanf(val, "add %u %u %x", &a, &b, &c) == 3) {
-		e.port = a;
-		e.vlan_mode = b;
-		e.outer_tci = c;
-		mc.api_function_id = QUOR_PEER_OP_ENTRY_ADD;
-		mc.param.ptr = &e;
-		hook = probe_api(&mc);
-	} else if (sscanf(val, "find %d", &hook) == 1) {
+	if (sscanf(val, "find %d", &hook) == 1) {
 		probe_find(hook, probe_out, sizeof(probe_out));
 		return 0;
-	} else if (sscanf(val, "storm %u", &a) == 1 && !storm_task) {
+	}
+	if (sscanf(val, "storm %u", &a) == 1 && !storm_task) {
 		storm_end = jiffies + msecs_to_jiffies(a);
 		storm_task = kthread_run(probe_storm, NULL, "jix_probe_storm");
 		return PTR_ERR_OR_ZERO(storm_task);
-	} else {
-		return -EINVAL;
 	}
-	if (hook < -1)
-		return hook;
+	if (sscanf(val, "add %u %u %x", &a, &b, &c) != 3)
+		return -EINVAL;
+	e.port = a;
+	e.vlan_mode = b;
+	e.outer_tci = c;
+	mc.api_function_id = QUOR_PEER_OP_ENTRY_ADD;
+	mc.param.ptr = &e;
+	mc.result = -12345;	/* shows whether the dispatcher wrote it */
+	local_bh_disable();
+	hook = __QUOR_HOOK(QUOR_HOOK_TYPE_MULTICAST, QUOR_MC_SUBTYPE_API, &mc);
+	local_bh_enable();
 	snprintf(probe_out, sizeof(probe_out), "hook=%d result=%d", hook,
 		 mc.result);
 	return 0;
