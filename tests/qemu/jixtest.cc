@@ -560,7 +560,7 @@ void check_storm(int seconds)
 // Scan twice, 6 s apart (an object is reported once unreferenced for
 // 5 s).  A leak whose backtrace names one of our modules, or holds a frame
 // that no longer resolves (code of a module unloaded since: only ours are
-// by then), is ours.  Ours are printed whole, the first other one too.
+// by then), is ours and printed whole.
 bool no_leaks_of_ours()
 {
 	if (access(kLeaks.c_str(), W_OK))
@@ -569,17 +569,16 @@ bool no_leaks_of_ours()
 	sleep_ms(6000);
 	put(kLeaks, "scan");
 	Str all = slurp(kLeaks), mark = "unreferenced object";
-	int ours = 0, total = 0;
+	int ours = 0;
 	for (size_t p = all.find(mark), e; p != Str::npos; p = e) {
 		e = all.find(mark, p + 1);
 		Str rec = all.substr(p, e == Str::npos ? e : e - p);
-		bool mine = has(rec, "[jix_xpon_multicast]") || has(rec, "[quor_platform]") ||
-			    has(rec, "[jix_probe]") || has(rec, ">] 0x");
-		ours += mine;
-		if (++total == 1 || mine)
-			printf("%s %s", mine ? "kmemleak: leak|" : "other leak|", rec.c_str());
+		if (has(rec, "[jix_xpon_multicast]") || has(rec, "[quor_platform]") ||
+		    has(rec, "[jix_probe]") || has(rec, ">] 0x")) {
+			printf("kmemleak: leak|%s", rec.c_str());
+			ours++;
+		}
 	}
-	printf("kmemleak: %d unreferenced objects, %d of ours\n", total, ours);
 	return !ours;
 }
 
