@@ -65,16 +65,14 @@ need() { command -v "$1" > /dev/null || apt_install "$2"; }
 
 mkdir -p "$work"
 if [ -n "$debug" ]; then
-	make -s -C "$root" kernel-5.4 > "$work/kernel-5.4.log" 2>&1 ||
-		{ cat "$work/kernel-5.4.log" >&2 && die "unpacking the 5.4 kernel failed"; }
+	quiet "unpacking the 5.4 kernel (make kernel-5.4)" make -s -C "$root" kernel-5.4
 	[ -f "$k54/build/Makefile" ] ||
 		{ say "no ../shared/kernels beside the clone: the 5.4 debug kernel run is skipped" && exit 0; }
 fi
 # The Debian kernel version of the installed amd64 headers (as mk/kernel.mk
 # picks it); the running kernel is never consulted.
-kver=$(ls -d /usr/src/linux-headers-*-amd64 2> /dev/null | sort -V | tail -n 1)
-kver=${kver#/usr/src/linux-headers-}
-kver=${kver%-amd64}
+kver=$(ls -d /usr/src/linux-headers-*-amd64 2> /dev/null | sort -V | tail -n 1 |
+	sed 's|.*/linux-headers-||; s|-amd64$||')
 [ -n "$kver" ] || die "no /usr/src/linux-headers-*-amd64: install linux-headers-amd64"
 for c in cpio gzip; do need $c $c; done
 
