@@ -58,7 +58,7 @@ const uint8_t kSrcMac[6] = { 0x02, 0x4a, 0x49, 0x58, 0x53, 0x54 };
 const uint8_t kG[4] = { 239, 10, 10, 10 };	// the stream's group
 const uint32_t kVlan100 = 0x81006064;		// a tag: TPID << 16 | TCI (priority 3)
 // The device's ioctl commands.
-enum { kIocAdd = 1, kIocClearPort = 4, kIocClearAll, kIocGet, kIocSetMode, kIocSetSnoop = 8 };
+enum { kIocAdd = 1, kIocClearPort = 4, kIocClearAll, kIocGet, kIocSetMode, kIocSetSnoop = 9 };
 
 struct Fd {
 	int fd;
