@@ -465,7 +465,7 @@ bool control_step(unsigned i, int dev)
 	quor_peer_entry e = entry(g, r % 4, i & 1 ? 3 : 0, 0), recs[8];
 	quor_peer_get_req req = { e.port, {}, 8, 0, {}, 0, recs };
 	uint32_t mode = r % 8 == 3 ? 5 : 4;
-	uint8_t b = k == 2 ? e.port : r % 6 != 1;
+	uint8_t b = k == 2 ? (r + 1) % 4 : r % 6 != 1;	// a member lives 3 rounds
 	Str d = std::to_string(g[3]);
 	if (k == 0)
 		put(kKv + "jix_mc_fwd_entry", Str(r & 1 ? "del" : "add") + " ipv4 239.20.0." + d +
