@@ -22,6 +22,5 @@ echo "jixtest: guest up after $(cut -d' ' -f1 /proc/uptime) s on $(uname -m), $(
 # ever) ends the run with a clear line rather than the host's timeout.
 ( sleep "$WATCHDOG_S"; echo "JIXTEST FAIL guest watchdog: a step did not return"; poweroff -f ) &
 jixtest suite "$STORM_S" "$CYCLES"
-echo "guest time: $(cut -d' ' -f1 /proc/uptime) s"
 sync
 poweroff -f

@@ -8,22 +8,18 @@
  * sub-type 2).  jixtest drives it through
  * /sys/module/jix_probe/parameters/:
  *
- *   foe_base  flow index of a frame: foe_base + the last byte of its IPv4
- *             destination (negative: frames have none)
  *   answer    what "is this still a multicast / drop entry?" answers
  *   cmd       write one request, read back its outcome:
  *     add PORT MODE OTCI  API add of 239.10.10.10 in VLAN 100 on PORT, outer
  *                       tag 0x8100 with OTCI -> "hook=H result=R"
- *     xmit PORT LEN     API transmit of the test frame -> "hook=H result=R"
  *     find INDEX        the module's record of a flow, read at the driver's
  *                       offsets -> "index=I mask=0xM" or "none"
- *     storm MS          a thread calls API operations 3 to 13 and plays a
- *                       busy engine (record look-ups, bound-flow reports,
- *                       answers flipped every 2 s so that aging removes
- *                       records) for MS milliseconds; n_storm counts rounds
+ *     storm MS          a thread plays a busy engine (record look-ups,
+ *                       bound-flow reports, answers flipped every 2 s so
+ *                       that aging removes records) for MS milliseconds;
+ *                       n_storm counts rounds
  *
- * The test frame: destination 01:00:5e:7f:4a:58, source
- * 02:4a:49:58:53:54, type 0x88b5, then byte i = i * 7 + port.
+ * A frame's flow index is 100 + the last byte of its IPv4 destination.
  * Records are filled as the peers lay them out (quor_peer.h).
  */
 #include <linux/delay.h>
@@ -35,16 +31,11 @@
 #include "quor_vendor.h"
 #include "quor_peer.h"
 
-static int foe_base = 100;
-module_param(foe_base, int, 0644);
 static int answer = 1;
 module_param(answer, int, 0644);
 static uint n_storm;
 module_param(n_storm, uint, 0444);
 
-/* The test frame's head; the stream's source MAC. */
-static const u8 probe_head[14] = { 0x01, 0x00, 0x5e, 0x7f, 0x4a, 0x58, 0x02,
-				   0x4a, 0x49, 0x58, 0x53, 0x54, 0x88, 0xb5 };
 static char probe_out[64];	/* under the parameters' lock */
 static struct task_struct *storm_task;
 static unsigned long storm_end;
@@ -55,14 +46,13 @@ static int probe_foe(struct sk_buff *skb)
 {
 	const u8 *mac = skb_mac_header(skb);
 	unsigned int len = skb_tail_pointer(skb) - mac, off = 12;
-	int base = READ_ONCE(foe_base);
 
 	while (off + 2 <= len && (get_unaligned_be16(mac + off) == ETH_P_8021Q ||
 				  get_unaligned_be16(mac + off) == ETH_P_8021AD))
 		off += 4;
-	if (base < 0 || off + 22 > len || get_unaligned_be16(mac + off) != ETH_P_IP)
+	if (off + 22 > len || get_unaligned_be16(mac + off) != ETH_P_IP)
 		return -1;
-	return base + mac[off + 21];	/* last byte of the destination */
+	return 100 + mac[off + 21];	/* last byte of the destination */
 }
 
 static int probe_is_entry(int index, unsigned char *grp, unsigned char *src,
@@ -74,80 +64,6 @@ static int probe_is_entry(int index, unsigned char *grp, unsigned char *src,
 static int probe_drop_packet(struct sk_buff *skb)
 {
 	return 1;
-}
-
-/* ---- frames and API calls ---- */
-
-/*
- * UDP data to 239.20.0.@last from 10.0.0.1; with @stag the switch tag and
- * a TCI of VLAN 100 stand between the MAC addresses and the type.
- */
-static struct sk_buff *probe_frame(u8 last, u16 stag)
-{
-	static const u8 ip[30] = { 0x08, 0x00, 0x45, 0, 0, 60, 0, 0, 0x40, 0, 1,
-				   IPPROTO_UDP, 0, 0, 10, 0, 0, 1, 239, 20, 0, 0,
-				   0x13, 0x88, 0x13, 0x89, 0, 40, 0, 0 };
-	struct sk_buff *skb = alloc_skb(192, GFP_KERNEL);
-	unsigned int hl = stag ? 18 : 14;
-	u8 *f;
-
-	if (!skb)
-		return NULL;
-	skb_reserve(skb, 64);
-	f = skb_put_zero(skb, hl + 60);
-	memcpy(f, probe_head, 12);
-	f[3] = 20;
-	f[4] = 0;
-	f[5] = last;
-	put_unaligned_be16(stag, f + 12);
-	put_unaligned_be16(100, f + 14);
-	memcpy(f + hl - 2, ip, sizeof(ip));
-	f[hl + 19] = last;
-	skb_reset_mac_header(skb);
-	skb->protocol = htons(ETH_P_IP);
-	return skb;
-}
-
-static int probe_api(struct quor_peer_mc *mc)
-{
-	int hook;
-
-	mc->result = -12345;	/* shows whether the dispatcher wrote it */
-	local_bh_disable();
-	hook = __QUOR_HOOK(QUOR_HOOK_TYPE_MULTICAST, QUOR_MC_SUBTYPE_API, mc);
-	local_bh_enable();
-	return hook;
-}
-
-static void probe_entry(struct quor_peer_entry *e, const u8 grp[4], u8 port)
-{
-	memset(e, 0, sizeof(*e));
-	memcpy(e->grp_ip.addr, grp, 4);
-	memcpy(e->grp_mac, probe_head, 3);
-	memcpy(e->grp_mac + 3, grp + 1, 3);
-	e->grp_mac[3] &= 0x7f;
-	e->port = port;
-	e->vlan = 100;
-	e->inner_tci = 0x0fff;	/* no inner tag */
-}
-
-static int probe_xmit(struct quor_peer_mc *mc, uint port, uint len)
-{
-	u8 *frame = len <= 2048 ? kmalloc(max(len, 1U), GFP_KERNEL) : NULL;
-	uint i;
-	int hook;
-
-	if (!frame)
-		return -EINVAL;
-	for (i = 0; i < len; i++)
-		frame[i] = i < 14 ? probe_head[i] : i * 7 + port;
-	mc->api_function_id = QUOR_PEER_OP_XMIT;
-	mc->param.bytes[0] = port;
-	mc->param2 = frame;
-	mc->param3 = len;
-	hook = probe_api(mc);
-	kfree(frame);	/* the module sends a copy */
-	return hook;
 }
 
 /* The driver reads a flow record at these offsets; the outcome to @out. */
@@ -172,56 +88,17 @@ static void probe_find(int index, char *out, size_t n)
 /* ---- the storm ---- */
 
 /*
- * One API call of step @i: operations 3 to 13 in turn.  Operations 10 to
- * 13 read or write @v, the filter mode as u32 or the flag as its low byte.
+ * A busy engine until storm_end: look-ups, every 4th round a bound flow of
+ * a multicast frame reported, and answers flipped every 2 s so that aging
+ * removes records.
  */
-static void probe_storm_api(unsigned int i)
-{
-	u8 grp[4] = { 239, 20, 0, 1 + (i * 7) % 8 };
-	unsigned int op = QUOR_PEER_OP_VLAN_HANDLE + i % 11;
-	struct quor_peer_entry e, recs[8];
-	struct quor_peer_get_req req = { .entries = recs, .entry_num = 8 };
-	struct quor_peer_mc mc = { .api_function_id = op };
-	u32 v = op <= QUOR_PEER_OP_GET_FILTER_MODE ? 4 + !!(i & 0x80) : !(i & 0x40);
-
-	probe_entry(&e, grp, (i / 3) % 4);
-	e.vlan_mode = i & 1 ? 3 : 0;
-	req.port_id = e.port;
-	mc.param.ptr = op <= QUOR_PEER_OP_ENTRY_UPDATE ? (void *)&e :
-		       op == QUOR_PEER_OP_ENTRY_GET ? (void *)&req : &v;
-	if (op == QUOR_PEER_OP_CLEAR_BY_PORT) {
-		mc.param.ptr = NULL;
-		mc.param.bytes[0] = e.port;
-	}
-	if (op == QUOR_PEER_OP_VLAN_HANDLE) {
-		mc.skb = probe_frame(grp[3], 0x0100);
-		if (!mc.skb)
-			return;
-	}
-	if (probe_api(&mc) != 1 && mc.skb)
-		kfree_skb(mc.skb);	/* no operation ran: still ours */
-}
-
-/* The engine's side: look-ups and a bound flow reported every 4th round. */
-static void probe_storm_engine(unsigned int i)
-{
-	struct sk_buff *skb = i % 4 ? NULL : probe_frame(1 + i % 8, 0);
-	int (*learn)(struct sk_buff *skb);
-	char out[64];
-
-	probe_find(101 + i % 8, out, sizeof(out));
-	local_bh_disable();
-	learn = READ_ONCE(xpon_igmp_learn_flow_hook);
-	if (learn && skb)
-		learn(skb);
-	local_bh_enable();
-	kfree_skb(skb);
-}
-
 static int probe_storm(void *unused)
 {
+	static const u8 mac[6] = { 0x01, 0x00, 0x5e, 0x14, 0x00, 0x01 };
+	int (*learn)(struct sk_buff *skb);
 	unsigned long flip = jiffies;
-	unsigned int i = 0;
+	struct sk_buff *skb;
+	char out[64];
 
 	while (!kthread_should_stop()) {
 		if (time_after(jiffies, storm_end)) {
@@ -233,9 +110,20 @@ static int probe_storm(void *unused)
 			flip = jiffies;
 			WRITE_ONCE(answer, !READ_ONCE(answer));
 		}
-		probe_storm_api(i);
-		probe_storm_engine(i++);
-		WRITE_ONCE(n_storm, i);
+		probe_find(101 + n_storm % 8, out, sizeof(out));
+		skb = n_storm % 4 ? NULL : alloc_skb(64, GFP_KERNEL);
+		if (skb) {
+			skb_put_data(skb, mac, 6);
+			skb_put_zero(skb, 54);
+			skb_reset_mac_header(skb);
+			local_bh_disable();
+			learn = READ_ONCE(xpon_igmp_learn_flow_hook);
+			if (learn)
+				learn(skb);
+			local_bh_enable();
+			kfree_skb(skb);
+		}
+		WRITE_ONCE(n_storm, n_storm + 1);
 		usleep_range(500, 1000);
 	}
 	return 0;
@@ -246,33 +134,34 @@ static int probe_storm(void *unused)
 static int probe_cmd_set(const char *val, const struct kernel_param *kp)
 {
 	struct quor_peer_mc mc = {};
-	struct quor_peer_entry e;
-	static const u8 grp[4] = { 239, 10, 10, 10 };
+	struct quor_peer_entry e = {
+		.grp_ip.addr = { 239, 10, 10, 10 },
+		.grp_mac = { 0x01, 0x00, 0x5e, 0x0a, 0x0a, 0x0a },
+		.vlan = 100, .outer_tpid = ETH_P_8021Q, .inner_tci = 0x0fff,
+	};
 	uint a, b, c;
 	int hook;
 
-	if (sscanf(val, "add %u %u %x", &a, &b, &c) == 3) {
-		probe_entry(&e, grp, a);
-		e.vlan_mode = b;
-		e.outer_tpid = ETH_P_8021Q;
-		e.outer_tci = c;
-		mc.api_function_id = QUOR_PEER_OP_ENTRY_ADD;
-		mc.param.ptr = &e;
-		hook = probe_api(&mc);
-	} else if (sscanf(val, "xmit %u %u", &a, &b) == 2) {
-		hook = probe_xmit(&mc, a, b);
-	} else if (sscanf(val, "find %d", &hook) == 1) {
+	if (sscanf(val, "find %d", &hook) == 1) {
 		probe_find(hook, probe_out, sizeof(probe_out));
 		return 0;
-	} else if (sscanf(val, "storm %u", &a) == 1 && !storm_task) {
+	}
+	if (sscanf(val, "storm %u", &a) == 1 && !storm_task) {
 		storm_end = jiffies + msecs_to_jiffies(a);
 		storm_task = kthread_run(probe_storm, NULL, "jix_probe_storm");
 		return PTR_ERR_OR_ZERO(storm_task);
-	} else {
-		return -EINVAL;
 	}
-	if (hook < -1)
-		return hook;
+	if (sscanf(val, "add %u %u %x", &a, &b, &c) != 3)
+		return -EINVAL;
+	e.port = a;
+	e.vlan_mode = b;
+	e.outer_tci = c;
+	mc.api_function_id = QUOR_PEER_OP_ENTRY_ADD;
+	mc.param.ptr = &e;
+	mc.result = -12345;	/* shows whether the dispatcher wrote it */
+	local_bh_disable();
+	hook = __QUOR_HOOK(QUOR_HOOK_TYPE_MULTICAST, QUOR_MC_SUBTYPE_API, &mc);
+	local_bh_enable();
 	snprintf(probe_out, sizeof(probe_out), "hook=%d result=%d", hook,
 		 mc.result);
 	return 0;

@@ -67,16 +67,14 @@ need() { command -v "$1" > /dev/null || apt_install "$2"; }
 
 mkdir -p "$work"
 if [ -n "$debug" ]; then
-	make -s -C "$root" kernel-5.4 > "$work/kernel-5.4.log" 2>&1 ||
-		{ cat "$work/kernel-5.4.log" >&2 && die "unpacking the 5.4 kernel failed"; }
+	quiet "unpacking the 5.4 kernel (make kernel-5.4)" make -s -C "$root" kernel-5.4
 	[ -f "$k54/build/Makefile" ] ||
 		{ say "no ../shared/kernels beside the clone: the 5.4 debug kernel run is skipped" && exit 0; }
 fi
 # The Debian kernel version of the installed amd64 headers (as mk/kernel.mk
 # picks it); the running kernel is never consulted.
-kver=$(ls -d /usr/src/linux-headers-*-amd64 2> /dev/null | sort -V | tail -n 1)
-kver=${kver#/usr/src/linux-headers-}
-kver=${kver%-amd64}
+kver=$(ls -d /usr/src/linux-headers-*-amd64 2> /dev/null | sort -V | tail -n 1 |
+	sed 's|.*/linux-headers-||; s|-amd64$||')
 [ -n "$kver" ] || die "no /usr/src/linux-headers-*-amd64: install linux-headers-amd64"
 for c in cpio gzip; do need $c $c; done
 
@@ -93,7 +91,6 @@ if [ "$arch" = x86_64 ]; then
 	cross=
 	qemu=(qemu-system-x86_64 -accel tcg -smp 2 -m 512)
 	console=ttyS0
-	say "building the modules (make module)"
 	quiet "make module" make -C "$root" module
 else
 	need qemu-system-aarch64 qemu-system-arm
@@ -105,13 +102,11 @@ else
 		kdir=$k54/build
 		kimage=$k54/boot/Image
 		veth=$k54/modules/veth.ko
-		say "building the modules (make module against the 5.4 debug tree)"
 		quiet "make module" make -C "$root" module ARCH=arm64 KDIR="$kdir"
 	else
 		kdir=$armdir/root/usr/src/linux-headers-$kver-arm64
 		kimage=$armdir/root/boot/vmlinuz-$kver-arm64
 		veth=$armdir/root/lib/modules/$kver-arm64/kernel/drivers/net/veth.ko
-		say "building the modules (make module-arm64)"
 		quiet "make module-arm64" make -C "$root" module-arm64
 		[ -f "$kimage" ] && [ -f "$veth" ] && [ -f "${veth%/drivers/*}/net/bridge/bridge.ko" ] ||
 			pkgs+=("linux-image-$kver-arm64-unsigned")
@@ -139,9 +134,7 @@ else
 	fi
 	cross=aarch64-linux-gnu-
 	# KASAN's shadow and kmemleak's bookkeeping need room.
-	mem=512
-	[ -z "$debug" ] || mem=1024
-	qemu=(qemu-system-aarch64 -accel tcg -M virt -cpu cortex-a57 -smp 2 -m $mem)
+	qemu=(qemu-system-aarch64 -accel tcg -M virt -cpu cortex-a57 -smp 2 -m $((debug ? 1024 : 512)))
 	console=ttyAMA0
 fi
 for f in "$kimage" "$veth" "$busybox"; do [ -f "$f" ] || die "$f missing"; done
@@ -154,7 +147,6 @@ mkdir -p "$rootfs/bin" "$rootfs/lib/jix" "$rootfs/etc"
 # The repository's module build is shared by both architectures: take its
 # products before anything else builds there.
 cp "$root/jix_xpon_multicast.ko" "$root/quor_platform.ko" "$veth" "$rootfs/lib/jix/"
-say "building jix_probe.ko, jixtest and mcctl"
 probe=$work/probe
 rm -rf "$probe" && mkdir -p "$probe" && cp "$here/jix_probe.c" "$here/Kbuild" "$probe/"
 quiet "jix_probe.ko build" make -C "$kdir" M="$probe" JIX_ROOT="$root" \
@@ -222,14 +214,10 @@ if [ $ok = yes ]; then
 	say "$summary; boot and guest ${boot_s}s, total $((SECONDS - start))s (console: $log)"
 	exit 0
 fi
-echo "---- $log (tail)" >&2
-tail -n 60 "$log.txt" >&2
-grep -a '^FAILED - ' "$log.txt" >&2 || true
-if [ -n "$bad" ]; then
-	echo "---- kernel trouble on the console:" >&2
-	echo "$bad" >&2
-	first=${bad%%:*}
-	echo "---- the first report (console lines $first..$((first + 50))):" >&2
-	sed -n "${first},$((first + 50))p" "$log.txt" >&2
-fi
+# The console's tail, the failed checks, the kernel's reports and the
+# first of them whole.
+{
+	tail -n 60 "$log.txt" && grep -a '^FAILED - ' "$log.txt"
+	[ -z "$bad" ] || { printf -- '---- kernel trouble:\n%s\n' "$bad" && sed -n "${bad%%:*},+50p" "$log.txt"; }
+} >&2 || true
 die "FAILED: ${summary:-no summary line}"
