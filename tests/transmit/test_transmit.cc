@@ -6,6 +6,7 @@
 #include "support/module_fixture.h"
 
 extern "C" {
+#include "datapath/datapath.h"
 #include "datapath/transmit.h"
 #include "vlan/vlan.h"
 }
@@ -45,15 +46,23 @@ protected:
 
 	// Replicate @in to @mask and check that each device sent what @want
 	// names (VLAN of the copy's tag, -1 untagged, -2 nothing) and that the
-	// caller's frame came back unchanged.
+	// caller's frame came back unchanged.  Mask 0 takes the data handler's
+	// way: member ports and their actions from one lookup.
 	void fwd(int in_vid, u64 mask, std::vector<int> want, int fail_nth = 0)
 	{
 		Bytes in = udp_frame(in_vid);
 		sk_buff *skb = skb_of(in);
 		unsigned char *data = skb->data;
+		struct jix_port_actions pa;
+		struct jix_pkt pk;
 
 		host_alloc_fail_nth(fail_nth);
-		EXPECT_EQ(0, jix_xpon_fwd_data_to_port(skb, mask));
+		if (mask) {
+			EXPECT_EQ(0, jix_xpon_fwd_data_to_port(skb, mask));
+		} else {
+			jix_xpon_parse(skb, &pk);
+			EXPECT_EQ(0, jix_xpon_fwd_data_with_actions(skb, jix_fwd_ports_and_actions(skb, &pk, &pa), &pa));
+		}
 		EXPECT_EQ(in, Bytes(skb->data, skb->data + skb->len));
 		EXPECT_EQ(data, skb->data);
 		kfree_skb(skb);
@@ -121,6 +130,21 @@ TEST_F(Transmit, TreatmentOfPortsWithoutEntryOrWithUnknownMode)
 	join(0, JIX_VLAN_REPLACE, 0x0055, 9);
 	fwd(9, 1, { 0x55, -2, -2, -2 });
 	fwd(8, 1, { 8, -2, -2, -2 });
+}
+
+// The handler's way (clones where the treatment keeps the bytes) sends what
+// the per-copy lookup sends, for untagged and tagged frames.
+TEST_F(Transmit, HandlerWaySendsWhatThePerCopyWaySends)
+{
+	join(0, JIX_VLAN_TRANSPARENT);
+	join(1, JIX_VLAN_STRIP);
+	join(2, JIX_VLAN_REPLACE, 0x0055);
+	join(16, JIX_VLAN_ADD, 0xFFF);
+	for (u64 mask : { 0x10007ull, 0ull }) {
+		fwd(-1, mask, { -1, -1, -1, -1 });
+		fwd(7, mask, { 7, -1, 0x55, 7 });
+		fwd(0xFFF, mask, { 0xFFF, -1, 0x55, 0xFFF });
+	}
 }
 
 TEST_F(Transmit, FrameDumpOnlyAtLevelFour)
