@@ -110,7 +110,7 @@ check: deps
 	$(MAKE) qemu-check
 
 run:
-	tests/qemu/run.sh arm64 demo
+	tools/qemu/run.sh arm64 demo
 
 run-host: host
 	$(BUILD)/tools/mcdemo

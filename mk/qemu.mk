@@ -20,7 +20,7 @@
 # packages to .cache/arm64/); QEMU_TIMEOUT bounds one boot (seconds).
 
 JIX_QEMU_ROOT := $(abspath $(dir $(lastword $(MAKEFILE_LIST)))..)
-JIX_QEMU_RUN := $(JIX_QEMU_ROOT)/tests/qemu/run.sh
+JIX_QEMU_RUN := $(JIX_QEMU_ROOT)/tools/qemu/run.sh
 
 .PHONY: qemu-check qemu-check-x86_64 qemu-check-arm64 qemu-check-5.4
 

@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: GPL-2.0
 #
-# The benchmark guest's part of the initramfs, sourced by tests/qemu/run.sh
+# The benchmark guest's part of the initramfs, sourced by tools/qemu/run.sh
 # in mode "bench" once the modules, busybox and $rootfs are in place (it
 # uses run.sh's $root $work $rootfs $kdir $cross $veth, quiet and
 # say).  Adds jix_bridge_bench.ko, mdbadd, the kernel's dummy and bridge

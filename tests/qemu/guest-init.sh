@@ -5,7 +5,7 @@
 # jixtest's suite (the modules are in /lib/jix), which prints one summary
 # line for the host, "JIXTEST PASS <checks>" or "JIXTEST FAIL; <what>; ...".
 # STORM_S (seconds of the concurrency storm), CYCLES (load/unload cycles
-# under traffic) and WATCHDOG_S come from run.sh in /etc/jixtest.conf.
+# under traffic) and WATCHDOG_S come from tools/qemu/run.sh in /etc/jixtest.conf.
 
 /bin/busybox mkdir -p /proc /sys /dev /tmp /sbin /usr/bin /usr/sbin
 /bin/busybox --install -s

@@ -6,7 +6,7 @@
 # module jix_probe.ko, a static mcctl and jixtest in a busybox initramfs,
 # and judge the run by the guest's summary line and the console.
 #
-#   tests/qemu/run.sh x86_64|arm64|5.4 [demo|bench]
+#   tools/qemu/run.sh x86_64|arm64|5.4 [demo|bench]
 #
 # x86_64 and arm64 boot Debian's own kernel of the installed amd64
 # headers' version.  "5.4" is the product's target kernel, Linux 5.4
@@ -37,6 +37,7 @@ esac
 
 here=$(cd "$(dirname "$0")" && pwd)
 root=$(cd "$here/../.." && pwd)
+tq=$root/tests/qemu	# the guest tester, its probe module and /init
 work=$root/.cache/qemu/$arch
 [ $mode = test ] || work=$work-$mode
 armdir=$root/.cache/arm64
@@ -148,16 +149,16 @@ mkdir -p "$rootfs/bin" "$rootfs/lib/jix" "$rootfs/etc"
 # products before anything else builds there.
 cp "$root/jix_xpon_multicast.ko" "$root/quor_platform.ko" "$veth" "$rootfs/lib/jix/"
 probe=$work/probe
-rm -rf "$probe" && mkdir -p "$probe" && cp "$here/jix_probe.c" "$here/Kbuild" "$probe/"
+rm -rf "$probe" && mkdir -p "$probe" && cp "$tq/jix_probe.c" "$tq/Kbuild" "$probe/"
 quiet "jix_probe.ko build" make -C "$kdir" M="$probe" JIX_ROOT="$root" \
 	KBUILD_EXTRA_SYMBOLS="$root/Module.symvers" ${cross:+ARCH=arm64 CROSS_COMPILE=$cross} modules
 cp "$probe/jix_probe.ko" "$rootfs/lib/jix/"
 quiet "jixtest build" "${cross}g++" -static -O2 -std=c++17 -Wall -Wextra -Werror -pthread \
-	-I"$root/platform" -o "$rootfs/bin/jixtest" "$here/jixtest.cc"
+	-I"$root/platform" -o "$rootfs/bin/jixtest" "$tq/jixtest.cc"
 quiet "mcctl build" "${cross}g++" -static -O2 -std=c++17 -I"$root/tools/mcctl" -I"$root/include" \
 	-o "$rootfs/bin/mcctl" "$root/tools/mcctl/main.cc" "$root/tools/mcctl/mcctl_lib.cc"
 cp "$busybox" "$rootfs/bin/busybox"
-init=$here/guest-init.sh
+init=$tq/guest-init.sh
 [ $mode != demo ] || init=$root/tools/demo/demo-init.sh
 install -m 755 "$init" "$rootfs/init"
 # The benchmark's guest replaces /init with its own.
