@@ -285,6 +285,10 @@ TEST_F(Iface, ProcWrites)
 		{ FWD, "del ipv6 ff0e:0:0:0:0:0:0:1 33:33:00:00:00:01 3", "Del entry success!\n", "m4 s1 0:-1:5" },
 		{ FWD, "del_by_port 0", "Clear entry by port success!\n", "m4 s1" },
 		{ FWD, "add ipv4 239.1.1.1 01:00:5e:01:01:01 1", "Add entry success!\n", "m4 s1 1:-1:0" },
+		// MAC tokens of the longest length and one longer
+		{ FWD, "add ipv4 239.1.1.1 01:00:5e:01:01:01" + std::string(46, 'z') + " 2", "Add entry success!\n",
+		  "m4 s1 1:-1:0 2:-1:0" },
+		{ FWD, "add ipv4 239.1.1.1 01:00:5e:01:01:01" + std::string(47, 'z') + " 3", usage, "m4 s1 1:-1:0 2:-1:0" },
 		{ FWD, "del_all", "Clear all entry success!\n", "m4 s1" },
 		{ FWD, "filter_mode 7", refused + mode_ok, "m4 s1" },
 		{ FWD, "filter_mode -1", refused + mode_ok, "m4 s1" },

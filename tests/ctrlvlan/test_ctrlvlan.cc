@@ -131,6 +131,12 @@ TEST_F(CtrlVlan, SwitchTagsInOperationsTwoAndThree)
 			EXPECT_EQ(hex(c.in), data_of(other.get())) << op << c.name;
 		}
 	}
+	// A frame just long enough to hold a switch tag (addresses, 4 bytes).
+	Bytes shortest = edit(data(), 12, { 0x00, 0x05, 0xab, 0xcd });
+	std::string after;
+	shortest.resize(16);
+	EXPECT_EQ(-1, one_to_n(shortest, &after));
+	EXPECT_EQ(hex(edit(shortest, 14, { 0, 0 })), after);
 }
 
 TEST_F(CtrlVlan, SwitchTagGoesBackOnlyWithHeadroom)
