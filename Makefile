@@ -29,10 +29,10 @@ host: $(BUILD)/build.ninja
 test: host
 	cd $(BUILD) && ctest --output-on-failure -j2
 
-# Tracked files only, blank and comment lines left out: code is *.c *.h
-# *.cc *.cpp *.hpp outside tests/ and bench/, tests are the text files
-# under tests/; the fuzz corpus (tests/fuzz/corpus/, inputs and mostly
-# binary) is data, not test code, and is not counted.
+# Tracked files only, blank and comment lines left out (tools/line-count.sh
+# says which): code is *.c *.h
+# *.cc *.cpp *.hpp outside tests/ and bench/, tests are all files under
+# tests/.
 # TEST_STATS_DIRS=... adds a line per directory.
 test-stats:
 	@bash tools/line-count.sh $(TEST_STATS_DIRS)
@@ -49,8 +49,9 @@ sanitize:
 	cd $(BUILD)-tsan && TSAN_OPTIONS=halt_on_error=1 ctest --output-on-failure -j2
 
 # libFuzzer harnesses (clang, ASan+UBSan) in build-fuzz/, each run for
-# FUZZ_SECONDS over its committed corpus (new inputs go to
-# build-fuzz/corpus/<harness>, crashes to build-fuzz/crash-*).
+# FUZZ_SECONDS starting from its seeds (tests/fuzz/seeds.cc, written by the
+# host build's harness to build-fuzz/seeds/<harness>); new inputs go to
+# build-fuzz/corpus/<harness>, crashes to build-fuzz/<harness>-crash-*.
 FUZZ_SECONDS ?= 600
 FUZZ_HARNESSES := fuzz_frames fuzz_proc fuzz_ioctl fuzz_api
 FUZZ_FLAGS ?=
@@ -61,16 +62,17 @@ fuzz-build:
 		-DJIX_FUZZ=ON -DCMAKE_BUILD_TYPE=RelWithDebInfo
 	ninja -C build-fuzz -j2 $(FUZZ_HARNESSES)
 
-fuzz: fuzz-build
+fuzz: fuzz-build host
 	@set -e; for h in $(FUZZ_HARNESSES); do \
-		mkdir -p build-fuzz/corpus/$$h; \
+		mkdir -p build-fuzz/corpus/$$h build-fuzz/seeds/$$h; \
+		$(BUILD)/tests/fuzz/$$h --write build-fuzz/seeds/$$h; \
 		echo "== $$h: $(FUZZ_SECONDS) s"; \
 		UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1 \
 		ASAN_OPTIONS=detect_leaks=1 \
 		build-fuzz/tests/fuzz/$$h -max_total_time=$(FUZZ_SECONDS) \
 			-max_len=4096 -timeout=20 -rss_limit_mb=2048 \
 			-print_final_stats=1 -artifact_prefix=build-fuzz/$$h- \
-			$(FUZZ_FLAGS) build-fuzz/corpus/$$h tests/fuzz/corpus/$$h \
+			$(FUZZ_FLAGS) build-fuzz/corpus/$$h build-fuzz/seeds/$$h \
 			2>&1 | tee build-fuzz/$$h.log | grep -E '^(#[0-9]+ +DONE|stat::|==|SUMMARY|.*check failed)' || true; \
 		grep -q 'DONE' build-fuzz/$$h.log || { echo "$$h failed, see build-fuzz/$$h.log"; exit 1; }; \
 	done

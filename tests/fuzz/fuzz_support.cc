@@ -7,7 +7,8 @@
 // every bound port holding a reference on a registered device.  At the end:
 // no allocation, timer, reference, proc file, hook, counter or device left.
 // A failed check aborts, so libFuzzer keeps the input.  Without libFuzzer,
-// main() replays the files named (the committed corpus) as a plain test.
+// main() replays the harness's seeds (seeds.cc), or the files named, as a
+// plain test.
 #include <arpa/inet.h>	// before plat_os.h, which defines htons() as a macro
 
 #include <algorithm>
@@ -122,7 +123,7 @@ std::string texts()
 	return s;
 }
 
-// An entry request: any bytes (the corpus holds entries of every port,
+// An entry request: any bytes (the seeds hold entries of every port,
 // family, VLAN and treatment, for the groups of its frames).
 quor_peer_entry entry_from(Input &in)
 {
@@ -166,7 +167,7 @@ struct Owned {
 
 } // namespace
 
-// Any bytes as a frame (the corpus holds frames of every kind the module
+// Any bytes as a frame (the seeds hold frames of every kind the module
 // tells apart) through the per-packet hook, now and then with its k-th
 // allocation failing: slot 0 answers 1 with result 0 or -1, other slots -1
 // with the result untouched; the frame comes back as given (from the query
@@ -371,7 +372,7 @@ void ioctl(Input &in)
 		FZ_CHECK(arr[i * 80] == req.port_id, "record of port %u", arr[i * 80]);
 }
 
-// Any bytes (the corpus holds the commands) and any count to any proc
+// Any bytes (the seeds hold the commands) and any count to any proc
 // file, from a buffer exactly as long as the bytes, part of it unreadable
 // now and then.  A write answers the count; -22 for a count
 // over the file's limit (read nothing); -14 when a byte cannot be read; -5
@@ -471,17 +472,31 @@ int run(const uint8_t *data, size_t size, unsigned int max_ops,
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size);
 
 #ifndef JIX_LIBFUZZER
-// Each file named as one input, in a buffer exactly its own size.
+// Replays the files named, each in a buffer exactly its own size, or else
+// the harness's own seeds; "--write DIR" writes the seeds there instead.
 int main(int argc, char **argv)
 {
+	const char *slash = strrchr(argv[0], '/');
+	std::vector<Bytes> in = fz::seeds(slash ? slash + 1 : argv[0]);
+	bool write = argc == 3 && !strcmp(argv[1], "--write");
+	for (size_t i = 0; write && i < in.size(); i++) {
+		std::ofstream f(std::string(argv[2]) + "/seed" + std::to_string(i), std::ios::binary);
+		FZ_CHECK(f.write((const char *)in[i].data(), in[i].size()), "cannot write to %s", argv[2]);
+	}
+	if (write)
+		return 0;
+	if (argc > 1)
+		in.clear();
 	for (int i = 1; i < argc; i++) {
 		std::ifstream f(argv[i], std::ios::binary);
 		FZ_CHECK(f, "cannot read %s", argv[i]);
-		Bytes b((std::istreambuf_iterator<char>(f)), {});
+		in.emplace_back(std::istreambuf_iterator<char>(f), std::istreambuf_iterator<char>());
+	}
+	for (const Bytes &b : in) {
 		std::unique_ptr<uint8_t[]> copy(new uint8_t[b.size() + !b.size()]);
 		LLVMFuzzerTestOneInput(std::copy(b.begin(), b.end(), copy.get()) - b.size(), b.size());
 	}
-	printf("replayed %d inputs\n", argc - 1);
-	return argc < 2;
+	printf("replayed %zu inputs\n", in.size());
+	return in.empty();
 }
 #endif

@@ -6,6 +6,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <initializer_list>
+#include <string>
+#include <vector>
 
 namespace fz {
 
@@ -26,6 +28,9 @@ void ioctl(Input &in);		// any command and record, faulting user memory
 void proc_write(Input &in);	// any bytes and count to any proc file
 void add_entries(Input &in);	// up to 7 entries from the vocabulary
 void populate(Input &in);	// up to 126 distinct entries
+
+// The seed inputs of harness @harness ("fuzz_frames", ...; seeds.cc).
+std::vector<std::vector<uint8_t>> seeds(const std::string &harness);
 
 } // namespace fz
 
