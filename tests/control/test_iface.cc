@@ -327,17 +327,4 @@ TEST_F(Iface, ProcWrites)
 	EXPECT_EQ("m2 s1", fdb_state());
 }
 
-TEST_F(Iface, DebugAndPortTypeFilesText)
-{
-	std::string want = "port type (0:default mode type, 1:hybrid sfu, 2:hybrid hgu)\n";
-	for (int i = 0; i < 32; i++)
-		want += "port:" + std::to_string(i) + " type:" + (i == 1 ? "2" : "0") + "; \n";
-	EXPECT_EQ("1\n", std::string(host_proc_read_all(DBG, 4096)));
-	quor_mc_debug_level = 3;
-	EXPECT_EQ("3\n", std::string(host_proc_read_all(DBG, 1)));
-	PORT_TYPE[1] = 2;
-	EXPECT_EQ(want, host_proc_read_all(PTYPE, 4096));
-	EXPECT_EQ(want, host_proc_read_all(PTYPE, 13));
-}
-
 } // namespace

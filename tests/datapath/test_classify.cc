@@ -164,21 +164,4 @@ TEST(Classify, TagsMacPrefixesAndExcludedPorts)
 	}
 }
 
-TEST(Classify, AddressesInWireOrderIntoClearedRecords)
-{
-	Skb v4 = skb_from(ipv4_udp_frame("192.168.1.20", "224.1.2.3", 1, 2));
-	mc_ip_addr src{}, grp{};
-	memset(src.addr, 0x5a, sizeof(src.addr));
-	jix_xpon_get_src_and_dst_addr(&src, &grp, v4.get());
-	EXPECT_EQ(Bytes({ 0xe0, 1, 2, 3, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0 }), Bytes(grp.addr, grp.addr + 16));
-	Bytes want_src = { 192, 168, 1, 20 };
-	want_src.resize(16, 0x5a);
-	EXPECT_EQ(want_src, Bytes(src.addr, src.addr + 16));
-	EXPECT_EQ(0, grp.isipv6);
-	Skb v6 = skb_from(ipv6_udp_frame(kSrc6, "ff0e::1:2", 1, 2, { q }));
-	jix_xpon_get_src_and_dst_addr(nullptr, &grp, v6.get());	// NULL skipped
-	EXPECT_EQ(addr("ff0e::1:2"), Bytes(grp.addr, grp.addr + 16));
-	EXPECT_EQ(1, grp.isipv6);
-}
-
 } // namespace

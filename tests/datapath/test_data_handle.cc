@@ -120,20 +120,6 @@ TEST_F(DataHandle, WhatEachFrameGets)
 	EXPECT_NE(std::string::npos, log_take().find("skb_dump"));
 }
 
-// Data whose Ethernet header is not 14 bytes before the data pointer.
-TEST_F(DataHandle, DataWithoutRoomForItsHeaderIsRefused)
-{
-	join(0);
-	fake::reset();
-	Skb skb = skb_from(data(), 0);
-	skb_reset_mac_header(skb.get());
-	int ret = 0;
-	EXPECT_EQ(1, host_driver_offer(skb.get(), &ret));
-	EXPECT_EQ(-1, ret);
-	EXPECT_TRUE(fake::calls.empty());
-	EXPECT_EQ(0u, sent_mask());
-}
-
 // Removing the receive callback waits for a call of it in progress, so
 // the control plane may unload right after.
 std::atomic<bool> cb_entered, cb_removed, removed_while_running;

@@ -50,39 +50,6 @@ protected:
 
 Bytes v4(std::vector<Tag> tags = {}) { return ipv4_udp_frame("10.0.0.1", "239.1.1.1", 1, 2, tags); }
 
-// Entries: port 0 untagged, 1 in VLAN 100, 2 in VLAN 0x123, 3 in VLAN 200.
-TEST_F(PortMask, VlansOfTheFrameAndTheCaller)
-{
-	const struct { u32 mode, port3_type; std::vector<Tag> tags; u64 want; } rows[] = {
-		{ IGMP_FILTER_MAC_VID, 0, {}, 0x1 },
-		{ IGMP_FILTER_MAC_VID, 0, { { 0x9100, 100 } }, 0x1 },	// only 8100 and 88a8 give a VID
-		{ IGMP_FILTER_MAC_VID, 0, { vid100 }, 0x2 },
-		{ IGMP_FILTER_MAC_VID, 0, { { 0x88a8, 0xf123 }, vid100 }, 0x4 },	// the outer one
-		{ IGMP_FILTER_IP_VID, 0, { vid100 }, 0x2 },
-		{ IGMP_FILTER_IP_VID, JIX_PORT_TYPE_HYBRID_HGU, { vid100 }, 0xa },	// HGU: any VID
-		{ IGMP_FILTER_IP_VID, JIX_PORT_TYPE_HYBRID_SFU, { vid100 }, 0x2 },
-		{ IGMP_FILTER_MAC_IP_VID, JIX_PORT_TYPE_HYBRID_HGU, { vid100 }, 0x2 },	// mode 0 only
-		{ IGMP_FILTER_MAC, 0, { vid100 }, 0xf },
-	};
-	for (auto &r : rows) {
-		quor_igmp_set_filterMode(r.mode);
-		add_entry(0, "239.1.1.1"), add_entry(1, "239.1.1.1", 100);
-		add_entry(2, "239.1.1.1", 0x123), add_entry(3, "239.1.1.1", 200);
-		PORT_TYPE[3] = r.port3_type;
-		EXPECT_EQ(r.want | 0x100, mask(v4(r.tags), 0x100)) << r.mode << " " << r.tags.size();
-	}
-	// The twin takes the caller's VID, low 16 bits signed, not the tag.
-	quor_igmp_set_filterMode(IGMP_FILTER_MAC_VID);
-	add_entry(0, "239.1.1.1"), add_entry(1, "239.1.1.1", 100), add_entry(2, "239.1.1.1", 0x123);
-	const std::pair<u32, u64> twin[] = { { 0x123, 0x4 }, { 0x10064, 0x2 }, { 0xffff, 0x1 },
-					     { 0xffffffff, 0x1 }, { 0x7fff, 0 } };
-	for (auto &t : twin)
-		EXPECT_EQ(t.second, mask(v4({ vid100 }), 0, &t.first)) << t.first;
-	// Port bits as everywhere: 31 sign-extends, 33 wraps to bit 1.
-	add_entry(31, "239.1.1.1"), add_entry(33, "239.1.1.1");
-	EXPECT_EQ(0xffffffff80000003ull, mask(v4()));
-}
-
 TEST_F(PortMask, MatchesLearnTheFlowIndexAndTakeTheLockOnce)
 {
 	unsigned long bh = igmp_fdb_lock.taken_bh;

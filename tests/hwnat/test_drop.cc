@@ -86,22 +86,6 @@ TEST_F(Hwnat, LaterFramesRefreshTheRecordButNotItsTimer)
 	EXPECT_EQ("7 239.1.1.2<2001:db8::1 p3 t0 0/0 v400 w0 m0 @104000; ", drops());
 }
 
-TEST_F(Hwnat, FirstMemberOfAGroupRemovesItsFirstDropRecord)
-{
-	// An IPv6 record whose first four bytes spell 239.1.1.1 comes first.
-	drop(v6("ef01:101::5"));
-	drv.foe = 8;
-	drop(v4("239.1.1.1"));
-	drv.calls.clear();
-	const char *left = "8 239.1.1.1<10.0.0.1 p2 t0 0/0 v-1 w0 m0 @103000; ";
-
-	for (auto e : { entry(1, "239.1.1.1"), entry(2, "ef01:101::6"), entry(3, "239.1.1.1") }) {
-		ASSERT_EQ(0, quor_igmp_add_entry(&e));	// IPv6 compares 16 bytes
-		EXPECT_EQ(left, drops());	// the second 239.1.1.1 is no first member
-	}
-	EXPECT_EQ("delete(7) ", drv.calls);
-}
-
 // Aging keeps a drop while the driver answers above 0; clearing and
 // snooping off remove every drop (and flow), each drop deleted in the engine.
 TEST_F(Hwnat, DropLivesOnWhileTheDriverAnswersAboveZeroOrUntilCleared)

@@ -135,43 +135,6 @@ TEST_F(Hwnat, FlowLivesOnOnlyWhileTheDriverAnswersOne)
 	}
 }
 
-// Membership changes give the flow its new mask in the engine, and the
-// tags it was learned with; with the last member gone it becomes a drop
-// record, its counter released.
-TEST_F(Hwnat, MembershipUpdatesReachTheDriverAndTheLastLeaveMakesADrop)
-{
-	u8 id = mcst_acnt[0].acnt_id;
-	host_trace_enable(1);
-	bind(v4("239.1.1.1", { s_tag, c_tag }), 0x2);
-	host_jiffies_advance(100);
-	quor_update_hwnat_entry(7, 0x1FF0002);
-	quor_update_hwnat_entry(8, 0x4);
-	quor_update_hwnat_entry((u32)-1, 0x4);
-	EXPECT_EQ("7 239.1.1.1<10.0.0.1 p2 t2 88a80064/81002005 v100 w9 m1ff0002 @103000; ", flows());
-	drv.is_mc = 2;	// above 0 is enough here
-	quor_update_hwnat_entry(7, 0x2);
-	quor_mcst_hwnat_update_vlan(7);
-	quor_mcst_hwnat_update_vlan(8);
-	quor_mcst_hwnat_update_dp(7, 1);
-	quor_update_hwnat_entry(7, 0);
-	EXPECT_EQ("is_mc(7,0) set_info(7,0x1ff0002,0) is_mc(7,0) set_info(7,0x2,0) "
-		  "vlan(7,0x88a80064,0x81002005) dp(7,1) dp(7,15) ", drv.calls);
-	EXPECT_EQ("7 239.1.1.1<10.0.0.1 p2 t0 0/0 v100 w0 m0 @103250; ", flows() + drops());
-	EXPECT_EQ(1, mcst_acnt[0].valid);
-	EXPECT_EQ(1ul, host_counter_clears(id));
-
-	bind(v4("239.1.1.1"), 0x2);	// the engine gives the flow up
-	EXPECT_EQ("jix_mc_flow_bind: group=239.1.1.1 index=7 mask=0x2 vid=100\n"
-		  "jix_mc_drop_add: group=239.1.1.1 index=7 mask=0x0 vid=100\n"
-		  "jix_mc_flow_bind: group=239.1.1.1 index=7 mask=0x2 vid=-1\n", std::string(host_trace_text()));
-	host_trace_enable(0);
-	drv.calls.clear();
-	drv.is_mc = 0;
-	quor_update_hwnat_entry(7, 0x4);
-	EXPECT_EQ("[jix_xpon_hwnat_update_flow]not multicast entry,delete it\n", log_take());
-	EXPECT_EQ("is_mc(7,0) ", flows() + drops() + drv.calls);	// the bind took the drop
-}
-
 TEST_F(Hwnat, RemovalByIndexAndClearCleanUpTheHardware)
 {
 	for (int i : { 7, 8, 0 }) {
