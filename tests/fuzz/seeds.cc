@@ -87,10 +87,6 @@ std::vector<Bytes> frame_seeds()
 		Enc e = members(start());
 		out.push_back(frame(frame(e, k), k).b);
 	}
-	for (unsigned mode = 0; mode < 6; mode++) {
-		Enc e = members(start(mode));
-		out.push_back(frame(frame(e, kinds[1]), kinds[6]).b);
-	}
 	for (unsigned k = 0; k < 8; k++) {	// the k-th allocation fails
 		Enc e = members(start());
 		out.push_back(frame(frame(e, kinds[k % 2], 0xf0 + k), kinds[k % 2], 0xf0 + k).b);
@@ -116,8 +112,6 @@ std::vector<Bytes> frame_seeds()
 	e = members(start());				// a receive callback, then queries
 	api(e.u8(3), 0).u8(1);
 	out.push_back(frame(frame(frame(e, kinds[8]), kinds[9]), kinds[11]).b);
-	e = start().u8(0);				// slots other than 0
-	out.push_back(e.u8(0).bytes(v4).u8(0).u8(0xf1).u8(0).u8(0).bytes(v4).u8(0).u8(0xff).u32(0x7fffffff).u8(0).b);
 	return out;
 }
 
