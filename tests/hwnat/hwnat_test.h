@@ -8,7 +8,6 @@
 #include "support/module_fixture.h"
 
 #include <algorithm>
-#include <functional>
 #include <mutex>
 
 extern "C" {
@@ -28,9 +27,6 @@ struct Driver {
 };
 inline Driver drv;
 inline std::mutex drv_mtx;	// stand-ins may run on a timer thread
-// What another processor does after a timer fired, before its function
-// takes the lock; runs once.
-inline std::function<void()> meanwhile;
 
 inline int rec(int ret, const char *fmt, int a = 0, long b = 0, unsigned c = 0)
 {
@@ -55,20 +51,6 @@ inline void install_driver()
 	ux_sw_nat_hook_update_dp = [](int i, int dp) { return rec(0, "dp(%d,%ld)", i, dp); };
 	ux_sw_nat_hook_update_vlan = [](int i, unsigned o, unsigned in) { return rec(0, "vlan(%d,0x%lx,0x%x)", i, o, in); };
 	ux_sw_nat_hook_drop_packet = [](sk_buff *) { return rec(drv.drop_packet, "drop_packet"); };
-}
-
-// The calls starting with one of @prefixes, in order.
-inline std::string calls_of(std::initializer_list<std::string> prefixes)
-{
-	std::string out;
-
-	for (size_t i = 0, j; i < drv.calls.size(); i = j + 1) {
-		j = drv.calls.find(' ', i);
-		for (const auto &p : prefixes)
-			if (!drv.calls.compare(i, p.size(), p))
-				out += drv.calls.substr(i, j + 1 - i);
-	}
-	return out;
 }
 
 // A record as "index group<source pPROTO tTAGS outer/inner vVID wWIFI
@@ -97,17 +79,10 @@ protected:
 		jt::ModuleTest::SetUp();
 		drv = Driver();
 		install_driver();
-		host_timer_set_prerun([](timer_list *) {
-			auto f = std::move(meanwhile);
-			meanwhile = nullptr;
-			if (f)
-				f();
-		});
 	}
 	void TearDown() override
 	{
 		host_timer_set_prerun(nullptr);
-		meanwhile = nullptr;
 		jt::ModuleTest::TearDown();
 		EXPECT_EQ(0, drv.under_lock);
 	}
@@ -142,7 +117,7 @@ protected:
 		} else {
 			skb_push(skb.get(), ETH_HLEN);
 			jix_xpon_parse(skb.get(), &pk);
-			pk.flow_idx = hwnat_skb_to_foe_hook ? hwnat_skb_to_foe_hook(skb.get()) : -1;
+			pk.flow_idx = hwnat_skb_to_foe_hook(skb.get());
 			jix_xpon_hwnat_add_flow(skb.get(), &pk, mask);
 			ret = jix_skb_hwnat_ctrl(skb.get());
 		}

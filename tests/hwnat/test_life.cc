@@ -4,9 +4,14 @@
 #include "hwnat_test.h"
 
 #include <atomic>
+#include <functional>
 #include <thread>
 
 namespace {
+
+// What another processor does after a timer fired, before its function
+// takes the lock.
+std::function<void()> meanwhile;
 
 // An expiry fired; before it takes the lock, another path removes,
 // replaces or converts its record.  The expiry acts on no other record.
@@ -24,6 +29,7 @@ TEST_F(Hwnat, ExpiriesInFlightLeaveOtherRecordsAlone)
 		{ false, [] { jix_xpon_hwnat_clear_all_drop(); drop(v4("239.1.1.1")); },
 		  flow + "0 @115000; ", "delete(7) drop_packet " },
 	};
+	host_timer_set_prerun([](timer_list *) { meanwhile(); });
 	for (const auto &c : cases) {
 		jix_xpon_hwnat_clear_flows();
 		jix_xpon_hwnat_clear_all_drop();
@@ -63,7 +69,8 @@ TEST_F(Hwnat, StopWaitsForAnExpiryInFlightOnAnotherProcessor)
 	softirq.join();
 	// The drop is deleted in the engine exactly once, by its expiry or by
 	// stop, whichever comes first.
-	EXPECT_EQ("delete(8) ", calls_of({ "delete(" }));
+	EXPECT_NE(std::string::npos, drv.calls.find("delete(8) "));
+	EXPECT_EQ(drv.calls.find("delete("), drv.calls.rfind("delete("));
 	EXPECT_EQ(0, host_timers_running());
 }
 
