@@ -53,6 +53,20 @@ inline void install_driver()
 	ux_sw_nat_hook_drop_packet = [](sk_buff *) { return rec(drv.drop_packet, "drop_packet"); };
 }
 
+// The calls starting with one of @prefixes, in order.
+inline std::string calls_of(std::initializer_list<std::string> prefixes)
+{
+	std::string out;
+
+	for (size_t i = 0, j; i < drv.calls.size(); i = j + 1) {
+		j = drv.calls.find(' ', i);
+		for (const auto &p : prefixes)
+			if (!drv.calls.compare(i, p.size(), p))
+				out += drv.calls.substr(i, j + 1 - i);
+	}
+	return out;
+}
+
 // A record as "index group<source pPROTO tTAGS outer/inner vVID wWIFI
 // mMASK @EXPIRY; "; an address is shown as IPv6 when the record is IPv6
 // or any of its bytes 4..15 is set.

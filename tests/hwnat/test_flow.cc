@@ -180,8 +180,7 @@ TEST_F(Hwnat, LearnHookReappliesTheTableForMulticastFramesOnly)
 	EXPECT_EQ("", drv.calls + log_take());
 	learn(v4("239.1.1.1"));
 	EXPECT_NE(std::string::npos, log_take().find("[jix_xpon_hwnat_learn_flow]tx bind enter!!!!\n"));
-	EXPECT_EQ("is_mc(7,0) delete(7) is_mc(8,0) set_info(8,0x5,0) is_mc(9,0) set_info(9,0x9,0) ",
-		  drv.calls);
+	EXPECT_EQ("delete(7) set_info(8,0x5,0) set_info(9,0x9,0) ", calls_of({ "delete(" }) + calls_of({ "set_info(" }));
 	EXPECT_EQ(0u, flows().find("8 "));
 	// A PPPoE frame to a group counts, whatever its destination MAC.
 	drv.calls.clear();
