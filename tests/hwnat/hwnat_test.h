@@ -144,7 +144,7 @@ protected:
 	static std::string proc(size_t chunk = 4096) { return host_proc_read_all("kv7730/jix_mc_hwnat_entry", chunk); }
 };
 
-// UDP data frames from 10.0.0.1 (2001:db8::1) to @group, and PPPoE ones.
+// UDP data frames from 10.0.0.1 (2001:db8::1) to @group.
 inline Bytes v4(const char *group, const std::vector<Tag> &tags = {})
 {
 	return ipv4_udp_frame("10.0.0.1", group, 5000, 5001, tags);
@@ -152,8 +152,4 @@ inline Bytes v4(const char *group, const std::vector<Tag> &tags = {})
 inline Bytes v6(const char *group, const std::vector<Tag> &tags = {})
 {
 	return ipv6_udp_frame("2001:db8::1", group, 5000, 5001, tags);
-}
-inline Bytes ppp(u16 proto, const Bytes &ip, const std::vector<Tag> &tags = {})
-{
-	return eth(mac("00:11:22:33:44:66"), mac("00:11:22:33:44:55"), tags, 0x8864, pppoe(proto, ip));
 }
