@@ -1,6 +1,5 @@
 // The flow table: binding from frames, refreshing and replacing, aging by
-// the driver's answer, removal, lookups and the
-// driver's hooks.
+// the driver's answer, removal, lookups and the driver's hooks.
 #include "hwnat_test.h"
 
 #include <thread>
