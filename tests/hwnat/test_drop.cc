@@ -1,14 +1,16 @@
 // Drop records: made from frames of every supported kind, refreshed by
-// later frames, removed when the group gains a member, aged while the
-// engine keeps dropping, cleared; and the text of
-// /proc/kv7730/jix_mc_hwnat_entry.
+// later frames, aged while the engine keeps dropping, cleared; and the text
+// of /proc/kv7730/jix_mc_hwnat_entry.
 #include "hwnat_test.h"
 
 namespace {
 
 const std::string f8 = "8 239.1.1.2<10.0.0.1 p2 t0 0/0 v-1 w0 m1 @103000; ";
 
-TEST_F(Hwnat, DropsMadeFromFramesOfEveryKind)
+// A frame of every supported kind makes a record when the driver drops it;
+// there is none when the driver declines, has no hook for it or memory runs
+// out.  The flow of the index goes quietly.
+TEST_F(Hwnat, DropsMadeFromFramesOfEveryKindThatTheDriverDrops)
 {
 	Bytes cut = v6("ff05::1:3"), bare = cut;
 	cut.resize(14 + 39);
@@ -18,9 +20,9 @@ TEST_F(Hwnat, DropsMadeFromFramesOfEveryKind)
 		{ "8100", v4("239.1.1.1", { { 0x8100, 0x2064 } }), 7, "239.1.1.1<10.0.0.1 p2 t0 0/0 v100" },
 		{ "ipv6", v6("ff05::1:3", { { 0x8100, 9 } }), 7, "ff05::1:3<2001:db8::1 p16 t0 0/0 v9" },
 		{ "ipv6 header alone", bare, 7, "ff05::1:3<2001:db8::1 p16 t0 0/0 v-1" },
+		{ "index 0", v4("239.1.1.1"), 0, "" },
 		{ "arp", eth(mac("01:00:5e:01:01:01"), mac("00:11:22:33:44:55"), {}, 0x0806, Bytes(28, 0)), 7, "" },
 		{ "ipv6 header cut", cut, 7, "" },
-		{ "index 0", v4("239.1.1.1"), 0, "" },
 	};
 	for (const auto &c : cases) {
 		jix_xpon_hwnat_clear_all_drop();
@@ -30,13 +32,7 @@ TEST_F(Hwnat, DropsMadeFromFramesOfEveryKind)
 		EXPECT_EQ(*c.rec ? std::string("7 ") + c.rec + " w0 m0 @103000; " : "", drops()) << c.name;
 		EXPECT_EQ(*c.rec ? "drop_packet " : "", drv.calls) << c.name;
 	}
-	hwnat_skb_to_foe_hook = nullptr;	// no flow index to be had
-	EXPECT_EQ(-1, drop(v4("239.1.1.1")));
-	EXPECT_EQ(-1, multicast_hwnat_drop_entry_hook(nullptr, 0));
-}
-
-TEST_F(Hwnat, NoRecordWhenTheDriverDeclinesOrMemoryRunsOutElseTheFlowGoes)
-{
+	// Flows at 7 and 8; the driver declines, has no hook, memory runs out.
 	bind(v4("239.1.1.1"), 0x1);
 	drv.foe = 8;
 	bind(v4("239.1.1.2"), 0x1);
@@ -53,6 +49,9 @@ TEST_F(Hwnat, NoRecordWhenTheDriverDeclinesOrMemoryRunsOutElseTheFlowGoes)
 	EXPECT_EQ(0, drop(v4("239.1.1.1")));
 	EXPECT_EQ(f8, flows());	// quietly, for its index only
 	EXPECT_EQ("drop_packet drop_packet drop_packet ", drv.calls);	// no delete
+	hwnat_skb_to_foe_hook = nullptr;	// no flow index to be had
+	EXPECT_EQ(-1, drop(v4("239.1.1.1")));
+	EXPECT_EQ(-1, multicast_hwnat_drop_entry_hook(nullptr, 0));
 }
 
 // A later frame of the index takes over the record's VLAN id and group (all

@@ -8,10 +8,13 @@ namespace {
 
 const Tag s_tag{ 0x88A8, 0x0064 }, c_tag{ 0x8100, 0x2005 }, c_tag2{ 0x8100, 0x2006 };
 
-// Each frame's flow replaces the record of the index; an empty mask removes
-// the flow quietly.
-TEST_F(Hwnat, BindingRecordsTheFlowAndMarksTheGroupCounter)
+// Each frame's flow replaces the record of the index.  Frames that bind
+// nothing (no index, type not supported, no memory for the record) leave it
+// alone and say why; an empty mask removes the flow quietly.
+TEST_F(Hwnat, BindingRecordsTheFlowAndMarksTheGroupCounterOrSaysWhyNot)
 {
+	Bytes cut = v4("239.1.1.1");
+	cut.resize(14 + 19);	// IPv4 header one byte short
 	const struct { Bytes frame; const char *rec; } cases[] = {
 		{ v4("239.1.1.1", { s_tag, c_tag }), "239.1.1.1<10.0.0.1 p2 t2 88a80064/81002005 v100" },
 		{ v4("239.1.1.1", { s_tag, c_tag, c_tag }), "239.1.1.1<10.0.0.1 p2 t0 0/0 v100" },
@@ -23,36 +26,27 @@ TEST_F(Hwnat, BindingRecordsTheFlowAndMarksTheGroupCounter)
 		EXPECT_EQ((u32)mcst_acnt[0].acnt_id << 17, ctrl) << c.rec;
 		EXPECT_EQ(0, mcst_acnt[0].valid) << c.rec;
 	}
+	const std::string kept = flows();
+	const struct { Bytes frame; int foe; bool fail; const char *log; } none[] = {
+		{ v4("239.1.1.1"), -1, false, "index is not correct\n" },
+		{ eth(mac("01:00:5e:01:01:01"), mac("00:11:22:33:44:55"), {}, 0x0806, Bytes(28, 0)),
+		  7, false, "eth_type(806) is not support!\n" },
+		{ cut, 7, false, "eth_type(800) is not support!\n" },
+		{ v4("239.1.1.2"), 7, true, "Not enough memory!\n" },
+	};
+	quor_mc_debug_level = 2;
+	for (const auto &c : none) {
+		drv.foe = c.foe;
+		bind(c.frame, 0x3, c.fail);
+		EXPECT_EQ(std::string("[jix_xpon_hwnat_add_flow]") + c.log, log_take());
+		EXPECT_EQ(kept, flows()) << c.log;
+	}
 	quor_mc_debug_level = 3;
 	bind(v4("239.1.1.1"), 0);
 	EXPECT_EQ("[quor_mcst_clean_group]del the group mapping to acnt_id=100\n"
 		  "[jix_xpon_hwnat_add_flow]fwd_port_mask is 0\n", log_take());
 	EXPECT_EQ("", flows() + drv.calls);
 	EXPECT_EQ(1, mcst_acnt[0].valid);	// its last user gone, the slot is free
-}
-
-TEST_F(Hwnat, UnsupportedFramesMissingIndexOrMemoryBindNothing)
-{
-	Bytes cut = v4("239.1.1.1");
-	cut.resize(14 + 19);	// IPv4 header one byte short
-	const struct { Bytes frame; int foe; const char *log; } cases[] = {
-		{ v4("239.1.1.1"), -1, "index is not correct\n" },
-		{ eth(mac("01:00:5e:01:01:01"), mac("00:11:22:33:44:55"), {}, 0x0806, Bytes(28, 0)),
-		  7, "eth_type(806) is not support!\n" },
-		{ cut, 7, "eth_type(800) is not support!\n" },
-	};
-	quor_mc_debug_level = 2;
-	for (const auto &c : cases) {
-		drv.foe = c.foe;
-		bind(c.frame, 0x1);
-		EXPECT_EQ(std::string("[jix_xpon_hwnat_add_flow]") + c.log, log_take()) << c.foe;
-	}
-	quor_mc_debug_level = 1;
-	// A failed allocation for another flow of the index keeps the older record.
-	bind(v4("239.1.1.1"), 0x1);
-	bind(v4("239.1.1.2"), 0x3, true);
-	EXPECT_EQ("[jix_xpon_hwnat_add_flow]Not enough memory!\n", log_take());
-	EXPECT_EQ("7 239.1.1.1<10.0.0.1 p2 t0 0/0 v-1 w0 m1 @103000; ", flows());
 }
 
 // Frames of a bound flow keep its record in its place: it takes their mask
