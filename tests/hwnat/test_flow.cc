@@ -126,7 +126,6 @@ TEST_F(Hwnat, LookupsIgnoreIndexZeroAndBelowRemovalCleansUpTheHardware)
 	EXPECT_EQ(0, jix_update_iptv_table_entry(0));
 	EXPECT_EQ("is_mc(7,0) delete(7) is_mc(0,0) delete(0) ", drv.calls);
 	EXPECT_EQ("8 239.1.1.2<10.0.0.1 p2 t0 0/0 v-1 w0 m1 @103000; ", flows());
-	EXPECT_EQ(1, mcst_acnt[0].valid);	// 239.1.1.1's slot is free
 	drv.calls.clear();
 	hwnat_is_multicast_entry_hook = nullptr;	// no driver to ask: nothing to delete
 	EXPECT_EQ(0, jix_remove_iptv_table_entry());
@@ -148,14 +147,13 @@ TEST_F(Hwnat, LearnHookReappliesTheTableForMulticastFramesOnly)
 	EXPECT_EQ(0, xpon_igmp_learn_flow_hook(skb_from(v4("239.1.1.1")).get()));
 	EXPECT_NE(std::string::npos, log_take().find("[jix_xpon_hwnat_learn_flow]tx bind enter!!!!\n"));
 	EXPECT_EQ("is_mc(7,0) delete(7) is_mc(8,0) set_info(8,0x5,0) ", drv.calls);
-	EXPECT_EQ(0u, flows().find("8 "));
 	// A PPPoE frame to a group counts, whatever its destination MAC.
 	drv.calls.clear();
 	drv.is_mc = 0;
 	Bytes ppp = eth(mac("00:11:22:33:44:66"), mac("00:11:22:33:44:55"), {}, 0x8864,
 			pppoe(0x0021, ipv4("10.0.0.9", "239.2.2.2", 17, udp(5000, 5001))));
 	EXPECT_EQ(0, xpon_igmp_learn_flow_hook(skb_from(ppp).get()));
-	EXPECT_EQ("is_mc(8,0) ", flows() + drv.calls);	// gone from the engine
+	EXPECT_EQ("is_mc(8,0) ", flows() + drv.calls);	// 7 went at the first learn
 }
 
 // The driver reads the record its find hook returns until it leaves
