@@ -131,7 +131,7 @@ TEST_F(Hwnat, ProcListsFlowsAndDropsOfEveryFamily)
 		"\ndrop list:\n"
 		"20    [vid=5]    [239.2.2.2]\n"
 		"21    [vid=-1]    [ff0e:0000:0000:0000:0000:0000:abcd:0001]\n"
-		"22    [vid=-1]    unknown igmp_proto\n", proc());
+		"22    [vid=-1]    unknown igmp_proto\n", proc(64));	// read 64 bytes at a time
 }
 
 TEST_F(Hwnat, LongTableIsServedWholeOverSuccessiveReads)
