@@ -8,7 +8,6 @@
 #include "support/module_fixture.h"
 
 #include <algorithm>
-#include <functional>
 #include <mutex>
 
 extern "C" {
@@ -28,9 +27,6 @@ struct Driver {
 };
 inline Driver drv;
 inline std::mutex drv_mtx;	// stand-ins may run on a timer thread
-// What another processor does after a timer fired, before its function
-// takes the lock; runs once.
-inline std::function<void()> meanwhile;
 
 inline int rec(int ret, const char *fmt, int a = 0, long b = 0, unsigned c = 0)
 {
@@ -97,17 +93,10 @@ protected:
 		jt::ModuleTest::SetUp();
 		drv = Driver();
 		install_driver();
-		host_timer_set_prerun([](timer_list *) {
-			auto f = std::move(meanwhile);
-			meanwhile = nullptr;
-			if (f)
-				f();
-		});
 	}
 	void TearDown() override
 	{
 		host_timer_set_prerun(nullptr);
-		meanwhile = nullptr;
 		jt::ModuleTest::TearDown();
 		EXPECT_EQ(0, drv.under_lock);
 	}
@@ -142,7 +131,7 @@ protected:
 		} else {
 			skb_push(skb.get(), ETH_HLEN);
 			jix_xpon_parse(skb.get(), &pk);
-			pk.flow_idx = hwnat_skb_to_foe_hook ? hwnat_skb_to_foe_hook(skb.get()) : -1;
+			pk.flow_idx = hwnat_skb_to_foe_hook(skb.get());
 			jix_xpon_hwnat_add_flow(skb.get(), &pk, mask);
 			ret = jix_skb_hwnat_ctrl(skb.get());
 		}
@@ -155,7 +144,7 @@ protected:
 	static std::string proc(size_t chunk = 4096) { return host_proc_read_all("kv7730/jix_mc_hwnat_entry", chunk); }
 };
 
-// UDP data frames from 10.0.0.1 (2001:db8::1) to @group, and PPPoE ones.
+// UDP data frames from 10.0.0.1 (2001:db8::1) to @group.
 inline Bytes v4(const char *group, const std::vector<Tag> &tags = {})
 {
 	return ipv4_udp_frame("10.0.0.1", group, 5000, 5001, tags);
@@ -163,8 +152,4 @@ inline Bytes v4(const char *group, const std::vector<Tag> &tags = {})
 inline Bytes v6(const char *group, const std::vector<Tag> &tags = {})
 {
 	return ipv6_udp_frame("2001:db8::1", group, 5000, 5001, tags);
-}
-inline Bytes ppp(u16 proto, const Bytes &ip, const std::vector<Tag> &tags = {})
-{
-	return eth(mac("00:11:22:33:44:66"), mac("00:11:22:33:44:55"), tags, 0x8864, pppoe(proto, ip));
 }
