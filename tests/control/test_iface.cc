@@ -259,18 +259,18 @@ TEST_F(Iface, ProcWrites)
 		{ PTYPE, "eth 2", "portName:eth portType:2\n", "m4 s1 2:-1:0 1:-1:0 t22000001" },
 		{ PTYPE, "eth0.0 1", "portName:eth0.0 portType:1\n", "m4 s1 2:-1:0 1:-1:0 t22000001" },
 		{ PTYPE, "eth0. 1", "portName:eth0. portType:1\n", "m4 s1 2:-1:0 1:-1:0 t22000001" },
+		{ FWD, "filter_mode -1", refused + mode_ok, "m4 s1 2:-1:0 1:-1:0" },
+		{ DBG, "3\n", "", "m4 s1 2:-1:0 1:-1:0 d3" },
+		{ DBG, "abc", "usage: <debuglevel>\n", "m4 s1 2:-1:0 1:-1:0 d3" },
+		{ PTYPE, "eth0.2 1", "portName:eth0.2 portType:1\n[quor_jix_muliticast_api_hook]Enter, function_id=14\n"
+		  "[quor_mc_hook_set_port_type]Enter\n[quor_igmp_set_port_type]portName:eth0.2 portType:1\n"
+		  "[quor_igmp_del_entry]flow_idx = -1, port_mask = 0x4\n", "m4 s1 2:-1:0 d3 t21000001" },
+		{ DBG, "0", "", "m4 s1 2:-1:0 d0" },
+		{ FWD, "filter_mode 9", mode_ok, "m4 s1 2:-1:0 d0" },	// the error is silenced
 		{ FWD, "del_all", "Clear all entry success!\n", "m4 s1" },
-		{ FWD, "filter_mode -1", refused + mode_ok, "m4 s1" },
 		{ FWD, "filter_mode 2", mode_ok, "m2 s1" },
 		{ FWD, "snooping 256", "IGMP snooping set success!\n", "m2 s0" },	// low byte 0: off
 		{ FWD, "snooping 1", "IGMP snooping set success!\n", "m2 s1" },
-		{ DBG, "3\n", "", "m2 s1 d3" },
-		{ DBG, "abc", "usage: <debuglevel>\n", "m2 s1 d3" },
-		{ PTYPE, "eth0.2 1", "portName:eth0.2 portType:1\n[quor_jix_muliticast_api_hook]Enter, function_id=14\n"
-		  "[quor_mc_hook_set_port_type]Enter\n[quor_igmp_set_port_type]portName:eth0.2 portType:1\n",
-		  "m2 s1 d3 t21000001" },
-		{ DBG, "0", "", "m2 s1 d0" },
-		{ FWD, "filter_mode 9", mode_ok, "m2 s1 d0" },	// the error is silenced
 	};
 	for (auto &r : rows) {
 		std::string st = fdb_state(), row = std::string(r.file) + " <- " + r.text;
