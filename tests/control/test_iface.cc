@@ -119,36 +119,6 @@ TEST_F(Iface, RecvCallbackAndXmit)
 	EXPECT_EQ(1, host_netdev_refcnt(d));	// the port map's own reference
 }
 
-// Get-entries: the records of one port up to the capacity, the caller's
-// pointer given back, and the port's software counters in the totals
-// (none beyond port 33; reading and resetting them: test_fdb.cc).
-TEST_F(Iface, GetEntriesThroughTheIoctl)
-{
-	igmp_entry_info recs[8];
-	igmp_entry_get_req req;
-
-	for (const char *g : { "239.1.1.1", "239.1.1.2", "239.1.1.3" })
-		add_entry(5, g);
-	add_entry(6, "239.1.1.1");
-	for (s32 cap : { 0, 2, 8, 0x7fffffff, -5 }) {
-		s32 n = cap < 0 ? 0 : std::min(cap, 3);
-		memset(recs, 0xAB, sizeof(recs));
-		req = get_req(5, recs, cap);
-		EXPECT_EQ(n, ioctl(QUOR_IGMP_IOC_GET_ENTRY, &req)) << cap;
-		EXPECT_EQ(n, req.entry_num) << cap;
-		EXPECT_EQ(recs, req.entries) << cap;
-		for (s32 i = 0; i <= n && i < 8; i++)
-			EXPECT_EQ(i < n ? 0x0500 : 0xABAB, recs[i].port << 8 | recs[i].grp_ip.isipv6) << cap << " record " << i;
-		EXPECT_EQ(n ? n : 0xAB, n ? recs[n - 1].grp_ip.addr[3] : 0xAB) << cap;
-	}
-	for (u8 port : { 33, 34 }) {
-		set_sw_cnt_by_port(port, 10);
-		req = get_req(port, nullptr, 0);
-		EXPECT_EQ(0, ioctl(QUOR_IGMP_IOC_GET_ENTRY, &req));
-		EXPECT_EQ(port == 33 ? 10u : 0u, req.total_bytes) << (int)port;
-	}
-}
-
 // A 32-bit caller on a 64-bit kernel: its get-entries request has a
 // 4-byte entries pointer at 0x18 and is 28 bytes long; the other
 // commands only need the pointer widened.
