@@ -33,19 +33,14 @@ TEST_F(Iface, HookSlots)
 		EXPECT_EQ(id == 0 ? "" : id == 7 ? "mc_data->in_function_id is 7, exceed max number: 7\n"
 			  : "Function_id is " + std::to_string(id) + ", NULL funtion hook\n", log_take());
 	}
-	for (u32 id : { 15u, 1000u }) {
-		EXPECT_EQ(-1, api(id, nullptr).hook);
-		EXPECT_EQ("mc_data->api_function_id is " + std::to_string(id) + ", exceed max number: 15\n", log_take());
-	}
-	quor_mc_debug_level = 3;
-	api(QUOR_MC_API_CLEAR_ALL, nullptr);
-	EXPECT_EQ("[quor_jix_muliticast_api_hook]Enter, function_id=8\n[quor_mc_hook_entry_clear_all]Enter\n", log_take());
+	EXPECT_EQ(-1, api(15, nullptr).hook);
+	EXPECT_EQ("mc_data->api_function_id is 15, exceed max number: 15\n", log_take());
 }
 
 // The same requests through the API hook and the ioctl: both act alike,
 // each answering in its own terms (API 2/-1, ioctl 0/-1 or the mode); a
 // request that changes nothing calls nothing.  Unknown commands touch
-// nothing.
+// nothing; at level 3 commands and API calls are traced.
 TEST_F(Iface, ApiAndIoctlRequests)
 {
 	auto a = entry(1, "239.1.1.1"), a3 = a, b = entry(2, "239.1.1.1");
@@ -87,36 +82,32 @@ TEST_F(Iface, ApiAndIoctlRequests)
 	}
 	quor_mc_debug_level = 3;
 	host_log_clear();
-	for (unsigned cmd : { 0u, 11u, 0xC0045401u })
-		EXPECT_EQ(-1, ioctl(cmd, &arg));
+	EXPECT_EQ(-1, ioctl(0xC0045401u, &arg));
 	EXPECT_EQ(0xDEADBEEFu, arg);
-	EXPECT_EQ("[quor_igmp_ioctl]cmd = 0\n[quor_igmp_ioctl]cmd = 11\n[quor_igmp_ioctl]cmd = 3221509121\n", log_take());
+	api(QUOR_MC_API_CLEAR_ALL, nullptr);
+	EXPECT_EQ("[quor_igmp_ioctl]cmd = 3221509121\n[quor_jix_muliticast_api_hook]Enter, function_id=8\n"
+		  "[quor_mc_hook_entry_clear_all]Enter\n", log_take());
 }
 
-// A receive callback comes in a record (installing and removing it: the
-// data handler's tests); a frame is sent in a fresh buffer with the flags
-// at bit 1 unless the port, its device, the size or the allocation says no.
-TEST_F(Iface, RecvCallbackAndXmit)
+// A frame is sent in a fresh buffer with the flags at bit 1 unless the
+// port, its device, the size or the allocation says no (the bytes sent,
+// and the receive callback's record: fuzz_api).
+TEST_F(Iface, TransmitThroughTheApi)
 {
 	net_device *d = netdev("eth0.3"), *pon = netdev("pon");
-	static u8 frame[2048], out[2048];
+	static u8 frame[2048];
 	const struct { u8 port, flags; u32 len; int fail, result; net_device *dev; unsigned sent; } rows[] = {
 		{ 2, 1, 60, 0, 2, d, 1 },	  { 34, 0, 60, 0, -1, pon, 0 },
 		{ 0, 0, 60, 0, -1, pon, 0 },	  { 32, 0, 2048 - 64 + 1, 0, -1, pon, 0 },
 		{ 32, 0, 2048 - 64, 0, 2, pon, 1 }, { 32, 0, 60, 1, -1, pon, 1 },
 	};
 
-	EXPECT_EQ(-1, api(QUOR_MC_API_SET_RECV_CB, nullptr).result);
-	for (size_t i = 0; i < sizeof(frame); i++) frame[i] = (u8)i;
 	for (auto &r : rows) {
 		host_alloc_fail_nth(r.fail);
 		EXPECT_EQ(r.result, api_u8(QUOR_MC_API_XMIT, r.port, r.flags, frame, r.len).result) << (int)r.port;
 		EXPECT_EQ(r.sent, host_netdev_tx_count(r.dev)) << (int)r.port;
 	}
-	ASSERT_EQ(60, host_netdev_tx_frame(d, 0, out, sizeof(out)));
-	EXPECT_EQ(0, memcmp(frame, out, 60));
 	EXPECT_EQ(2u, host_netdev_tx_vendor_flags(d, 0) & 2u);
-	EXPECT_EQ(1, host_netdev_refcnt(d));	// the port map's own reference
 }
 
 // A 32-bit caller on a 64-bit kernel: its get-entries request has a
@@ -169,7 +160,6 @@ TEST_F(Iface, EntriesFileText)
 		add_entry((u8)(i % 8), grp);
 	}
 	std::string whole = host_proc_read_all(FWD, 1 << 20);
-	EXPECT_GT(whole.size(), 20000u);	// far beyond one page
 	EXPECT_NE(std::string::npos, whole.find("\t239.2.99.5/0.0.0.0\n" + fwd_tail));
 	for (size_t chunk : { 13, 4095, 4096 }) {
 		unsigned long walks = igmp_fdb_lock.taken_bh;
@@ -215,7 +205,6 @@ TEST_F(Iface, ProcWrites)
 		{ PTYPE, "abcdefghijklmno 1", "portName:abcdefghijklmno portType:1\n", "m4 s1 1:-1:0 2:-1:0 t12000001" },
 		{ PTYPE, "eth 2", "portName:eth portType:2\n", "m4 s1 1:-1:0 2:-1:0 t22000001" },
 		{ PTYPE, "eth0.0 1", "portName:eth0.0 portType:1\n", "m4 s1 1:-1:0 2:-1:0 t22000001" },
-		{ PTYPE, "eth0. 1", "portName:eth0. portType:1\n", "m4 s1 1:-1:0 2:-1:0 t22000001" },
 		{ FWD, "filter_mode -1", refused + mode_ok, "m4 s1 1:-1:0 2:-1:0" },
 		{ DBG, "3\n", "", "m4 s1 1:-1:0 2:-1:0 d3" },
 		{ DBG, "abc", "usage: <debuglevel>\n", "m4 s1 1:-1:0 2:-1:0 d3" },
