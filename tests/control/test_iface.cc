@@ -202,14 +202,16 @@ TEST_F(Iface, ProcWrites)
 		{ PTYPE, "eth0.2 0", "portName:eth0.2 portType:0\n", "m4 s1 1:-1:0 2:-1:0 t02000000" },
 		{ PTYPE, "eth0.2 3", "portName:eth0.2 portType:3\n", "m4 s1 1:-1:0 2:-1:0 t02000000" },
 		{ PTYPE, "ethX.8 1", "portName:ethX.8 portType:1\n", "m4 s1 1:-1:0 2:-1:0 t02000001" },
-		{ PTYPE, "abcdefghijklmno 1", "portName:abcdefghijklmno portType:1\n", "m4 s1 1:-1:0 2:-1:0 t12000001" },
+		{ PTYPE, "abcdefghijklmno 1", "portName:abcdefghijklmno portType:1\n",
+		  "m4 s1 1:-1:0 2:-1:0 t12000001" },
 		{ PTYPE, "eth 2", "portName:eth portType:2\n", "m4 s1 1:-1:0 2:-1:0 t22000001" },
 		{ PTYPE, "eth0.0 1", "portName:eth0.0 portType:1\n", "m4 s1 1:-1:0 2:-1:0 t22000001" },
 		{ FWD, "filter_mode -1", refused + mode_ok, "m4 s1 1:-1:0 2:-1:0" },
 		{ DBG, "3\n", "", "m4 s1 1:-1:0 2:-1:0 d3" },
 		{ DBG, "abc", "usage: <debuglevel>\n", "m4 s1 1:-1:0 2:-1:0 d3" },
-		{ PTYPE, "eth0.2 1", "portName:eth0.2 portType:1\n[quor_jix_muliticast_api_hook]Enter, function_id=14\n"
-		  "[quor_mc_hook_set_port_type]Enter\n[quor_igmp_set_port_type]portName:eth0.2 portType:1\n"
+		{ PTYPE, "eth0.2 1", "portName:eth0.2 portType:1\n"
+		  "[quor_jix_muliticast_api_hook]Enter, function_id=14\n[quor_mc_hook_set_port_type]Enter\n"
+		  "[quor_igmp_set_port_type]portName:eth0.2 portType:1\n"
 		  "[quor_igmp_del_entry]flow_idx = -1, port_mask = 0x4\n", "m4 s1 2:-1:0 d3 t21000001" },
 		{ DBG, "0", "", "m4 s1 2:-1:0 d0" },
 		{ FWD, "filter_mode 6", mode_ok, "m4 s1 2:-1:0 d0" },	// the error is silenced

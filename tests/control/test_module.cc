@@ -44,7 +44,6 @@ void add_while_starting(quor_hook_ops *ops)
 
 TEST_F(Module, FailedStartLeavesNothing)
 {
-	EXPECT_TRUE(installed());
 	EXPECT_STREQ("quor_igmp", host_chrdev_name(253));
 	auto *ops = host_quor_find(36, 0), *api_ops = host_quor_find(36, 2);
 	ASSERT_TRUE(ops && api_ops);
@@ -131,7 +130,6 @@ TEST_F(Module, RowsFollowTheirDevices)
 	ASSERT_EQ(0, host_netdev_register(f));
 	host_netdev_unregister(f);
 	EXPECT_EQ("21 ", rows_of(d)) << "another namespace's ux5 is not ours";
-	EXPECT_EQ(0, host_netdev_refcnt(f));
 	dev_hold(d);	// someone else's reference
 	host_netdev_unregister(d);
 	EXPECT_EQ("", rows_of(d));
