@@ -213,8 +213,12 @@ TEST_F(Iface, ProcWrites)
 		  "[quor_jix_muliticast_api_hook]Enter, function_id=14\n[quor_mc_hook_set_port_type]Enter\n"
 		  "[quor_igmp_set_port_type]portName:eth0.2 portType:1\n"
 		  "[quor_igmp_del_entry]flow_idx = -1, port_mask = 0x4\n", "m4 s1 2:-1:0 d3 t21000001" },
-		{ DBG, "0", "", "m4 s1 2:-1:0 d0" },
-		{ FWD, "filter_mode 6", mode_ok, "m4 s1 2:-1:0 d0" },	// the error is silenced
+		{ FWD, "add ipv4 239.1.1.3 01:00:5e:01:01:03 3", "[quor_igmp_add_entry]delete drop entry\n"
+		  "[quor_mcst_match_group]set the group ip to acnt table\n[igmp_set_entry_base_acnt]acnt grp_101: "
+		  "byte_base=0\n[igmp_set_entry_base_acnt]acnt grp_101: pkt_base=0\nAdd entry success!\n",
+		  "m4 s1 2:-1:0 3:-1:0 d3" },
+		{ DBG, "0", "", "m4 s1 2:-1:0 3:-1:0 d0" },
+		{ FWD, "filter_mode 6", mode_ok, "m4 s1 2:-1:0 3:-1:0 d0" },	// the error is silenced
 		{ FWD, "del_all", "Clear all entry success!\n", "m4 s1" },
 		{ FWD, "filter_mode 2", mode_ok, "m2 s1" },
 		{ FWD, "snooping 256", "IGMP snooping set success!\n", "m2 s0" },	// low byte 0: off
@@ -229,6 +233,11 @@ TEST_F(Iface, ProcWrites)
 			st += (i ? "" : " t") + std::to_string(PORT_TYPE[i]);
 		EXPECT_EQ(r.state, st) << row;
 	}
+	std::string types = "port type (0:default mode type, 1:hybrid sfu, 2:hybrid hgu)\n";
+	for (int i = 0; i < 32; i++)
+		types += "port:" + std::to_string(i) + " type:" + std::to_string(PORT_TYPE[i]) + "; \n";
+	EXPECT_EQ(types, host_proc_read_all(PTYPE, 13));	// read in pieces
+	EXPECT_EQ("0\n", std::string(host_proc_read_all(DBG, 1)));
 	quor_mc_debug_level = 1;
 	for (const std::string &bad : std::vector<std::string>{ "bogus", "", "add ipv5 1.2.3.4 1:2:3:4:5:6", "add ipv4 1.2.3 1:2:3:4:5:6",
 				 "add ipv4 1.2.3.4 1:2:3:4:5", "add ipv6 1:2:3 1:2:3:4:5:6", "del_by_port x",

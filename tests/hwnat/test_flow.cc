@@ -154,6 +154,7 @@ TEST_F(Hwnat, LearnHookReappliesTheTableForMulticastFramesOnly)
 			pppoe(0x0021, ipv4("10.0.0.9", "239.2.2.2", 17, udp(5000, 5001))));
 	EXPECT_EQ(0, xpon_igmp_learn_flow_hook(skb_from(ppp).get()));
 	EXPECT_EQ("is_mc(8,0) ", flows() + drv.calls);	// 7 went at the first learn
+	EXPECT_NE(std::string::npos, log_take().find("[jix_xpon_hwnat_update_flow]not multicast entry,delete it\n"));
 }
 
 // The driver reads the record its find hook returns until it leaves
