@@ -137,11 +137,15 @@ void run_one(const due_timer &d)
 	if (before)
 		before(d.t);
 	fn(d.t);
-	local_bh_enable();
-
+	/*
+	 * Done before the read-side section ends: a grace period that waited
+	 * for this run may free the timer as soon as it does.
+	 */
 	g.lock();
 	running.erase(run);
 	timer_done.notify_all();
+	g.unlock();
+	local_bh_enable();
 }
 
 } /* namespace */
