@@ -238,7 +238,6 @@ TEST_F(CtrlVlan, OperationThreeConsumesItsFrameAndSendsToPortsUp)
 // ---- IGMP queries ----
 
 std::vector<std::pair<u8, Bytes>> seen;	// the callback's port and frame
-int answer;
 const Bytes general = igmp_frame(igmp_query("0.0.0.0"), "224.0.0.1");
 const Bytes specific = igmp_frame(igmp_query("239.1.1.1"), "239.1.1.1");
 
@@ -248,11 +247,10 @@ protected:
 	{
 		CtrlVlan::SetUp();
 		seen.clear();
-		answer = 1;
 		quor_mc_rx_cb_t cb = [](u8 port, u8 *frame, u32 len) {
 			EXPECT_EQ(0, host_locks_held());
 			seen.push_back({ port, Bytes(frame, frame + len) });
-			return answer;
+			return 1;
 		};
 		api(QUOR_MC_API_SET_RECV_CB, &cb);
 	}

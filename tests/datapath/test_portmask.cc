@@ -52,7 +52,6 @@ Bytes v4(std::vector<Tag> tags = {}) { return ipv4_udp_frame("10.0.0.1", "239.1.
 TEST_F(PortMask, MatchesLearnTheFlowIndexAndTakeTheLockOnce)
 {
 	unsigned long bh = igmp_fdb_lock.taken_bh;
-	u32 vid = 0;
 
 	hwnat_skb_to_foe_hook = fake_foe;
 	foe_index = 3;
@@ -68,9 +67,6 @@ TEST_F(PortMask, MatchesLearnTheFlowIndexAndTakeTheLockOnce)
 	EXPECT_EQ(0xau, mask(v4()));
 	EXPECT_EQ(bh + 1, igmp_fdb_lock.taken_bh);
 	EXPECT_EQ("7 -1 7 ", flows());
-	foe_index = -5;
-	mask(v4(), 0, &vid);
-	EXPECT_EQ("-5 -1 -5 ", flows());
 	hwnat_skb_to_foe_hook = nullptr;
 	mask(v4());
 	EXPECT_EQ("-1 -1 -1 ", flows());
