@@ -44,6 +44,7 @@ TEST_F(Vlan, TreatmentsOnFrameCopies)
 	const Bytes two_pri = frame({ { 0x8100, 0x1064 }, { 0x8100, 0x0002 } });
 	const Bytes s_tag = frame({ { 0x88a8, 0xB064 } });
 	const struct { const char *what; Bytes in; u32 mode; u16 otci, itci; Bytes out; } cases[] = {
+		{ "unknown mode", s_tag, 6, 5, 6, s_tag },
 		{ "replace keeps priority, DEI, TPID", s_tag, JIX_VLAN_REPLACE, 10, 20, frame({ { 0x88a8, 0xB00A } }) },
 		{ "replace inner only", two, JIX_VLAN_REPLACE, 0xFFF, 100, frame({ { 0x8100, 1 }, { 0x9100, 100 } }) },
 		{ "replace and remark whole TCIs", two_pri, JIX_VLAN_REPLACE_REMARK, 0xA00A, 0xE014,
@@ -106,15 +107,21 @@ TEST_F(Vlan, HardwareTagWordsOfTheFirstMemberEntry)
 	const Tag t8100{ 0x8100, 0xB064 }, t88a8{ 0x88a8, 0x1003 }, c100{ 0x8100, 0x0064 };
 	const struct { const char *name; u32 mode; u16 otci, itci; std::vector<Tag> learned; u64 mask; const char *call; } cases[] = {
 		{ "replace, one learned tag", JIX_VLAN_REPLACE, 0x000A, 0x0014, { c100 }, 0x6, "vlan(9,0x8100000a,0x0) " },
+		{ "replace, no learned tag", JIX_VLAN_REPLACE, 0xA00A, 0x0014, {}, 0x6, "vlan(9,0x0,0x0) " },
 		{ "remark, inner VID not given", JIX_VLAN_REPLACE_REMARK, 0xA00A, 0x6FFF, { t8100, t88a8 }, 0x6, "vlan(9,0x8100b00a,0x0) " },
 		{ "remark, outer VID not given", JIX_VLAN_REPLACE_REMARK, 0xAFFF, 0x6014, { t8100, t88a8 }, 0x6, "vlan(9,0x0,0x88a87014) " },
 		{ "add the inner VID only", JIX_VLAN_ADD, 0xFFF, 0x2014, { c100 }, 0x6, "vlan(9,0x81002014,0x81000064) " },
 		{ "add the outer VID only", JIX_VLAN_ADD, 0x200A, 0xFFF, { c100 }, 0x6, "vlan(9,0x8100200a,0x81000064) " },
+		{ "add and remark", JIX_VLAN_ADD_REMARK, 0xA00A, 0x2014, { c100 }, 0x6, "vlan(9,0x8100a00a,0x81002014) " },
 		{ "add, no VID given", JIX_VLAN_ADD, 0xFFF, 0xFFF, { c100 }, 0x6, "vlan(9,0x0,0x0) " },
+		{ "strip the only tag", JIX_VLAN_STRIP, 0, 0, { c100 }, 0x6, "vlan(9,0x0,0x0) " },
 		{ "strip, the inner moves out", JIX_VLAN_STRIP, 0, 0, { t88a8, c100 }, 0x6, "vlan(9,0x81000064,0x0) " },
+		{ "strip, no learned tag", JIX_VLAN_STRIP, 0, 0, {}, 0x6, "vlan(9,0x0,0x0) " },
 		{ "unknown mode", 9, 0, 0, { c100 }, 0x6, "" },
 		{ "no member entry", JIX_VLAN_STRIP, 0, 0, { c100 }, 0x20, "" },
 	};
+	vlan_action a{};
+	EXPECT_EQ(0, quor_get_entry_vlan_action(~0ull, &a));	// empty database
 	for (const auto &c : cases) {
 		jix_xpon_hwnat_clear_flows();
 		quor_igmp_clear_all_entry();
