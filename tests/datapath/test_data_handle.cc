@@ -64,12 +64,10 @@ TEST_F(DataHandle, WhatEachFrameGets)
 	unicast[0] = 0x00, unicast[1] = 0x11, unicast[2] = 0x22;
 	const struct { const char *name; Bytes frame; bool cb, snoop; int drop, ret; const char *calls; unsigned sent; std::string log; } rows[] = {
 		{ "unicast", unicast, true, true, 0, -1, "", 0, dh + "Not multicast addr, dst=00-11-22-01-01-01\n" },
-		{ "igmp_report", igmp_frame(igmp_report("239.1.1.1"), "239.1.1.1"), true, true, 0, -1, "", 0, kernel },
 		{ "query_unheard", igmp_frame(igmp_query("0.0.0.0"), "224.0.0.1"), false, true, 0, -1, "", 0, kernel },
 		{ "general_query", igmp_frame(igmp_query("0.0.0.0"), "224.0.0.1"), true, true, 0, 0, "", 0,
 		  dh + "Query packet, send to callback function\n" },
 		{ "members", data(), true, true, 0, 0, "add_flow(0x10001)", 0x5, "[jix_xpon_data_vlan_handle]jix_xpon_data_vlan_handle: ret:1\n" },
-		{ "no_members_dropped", data("239.2.2.2"), true, true, 0, 0, "add_flow(0x0) drop(0x0)", 0, "" },
 		{ "no_members_refused", data("239.2.2.2"), true, true, -1, -1, "add_flow(0x0) drop(0x0)", 0, "" },
 		{ "snooping_off", data("239.9.9.9"), true, false, 0, 0, "add_flow(0x300ff)", 0xf, "" },
 	};
