@@ -92,13 +92,7 @@ TEST_F(Faults, OperationsAreAllOrNothing)
 		{ "clear by port",
 		  [] { return (int)(jt::api_u8(QUOR_MC_API_CLEAR_BY_PORT, 1).result == 2); }, 3 },
 		{ "proc add", write(kFiles[0], "add ipv4 239.1.1.1 01:00:5e:01:01:01 0 -1 0 0 0 0 0"), 1 },
-		{ "proc del", write(kFiles[0], "del ipv4 239.1.1.1 01:00:5e:01:01:01 1 -1 0 0 0 0 0"), 0 },
-		{ "proc update", write(kFiles[0], "update ipv6 ff0e:0:0:0:0:0:0:1 33:33:00:00:00:01 1 -1 3 0 0 0 0"), 0 },
 		{ "proc del_by_port", write(kFiles[0], "del_by_port 1"), 3 },
-		{ "proc filter_mode", write(kFiles[0], "filter_mode 1"), 0 },
-		{ "proc snooping", write(kFiles[0], "snooping 0"), 0 },
-		{ "proc del_all", write(kFiles[0], "del_all"), 0 },
-		{ "proc debug", write(kFiles[1], "2"), 0 },
 		{ "port type", write(kFiles[2], "eth0.2 2"), 0 },
 	};
 	for (auto &o : ops) {

@@ -7,13 +7,11 @@
 // every bound port holding a reference on a registered device.  At the end:
 // no allocation, timer, reference, proc file, hook, counter or device left.
 // A failed check aborts, so libFuzzer keeps the input.  Without libFuzzer,
-// main() replays the harness's seeds (seeds.cc), or the files named, as a
-// plain test.
+// main() replays the harness's seeds (seeds.cc) as a plain test.
 #include <arpa/inet.h>	// before plat_os.h, which defines htons() as a macro
 
 #include <algorithm>
 #include <fstream>
-#include <iterator>
 #include <memory>
 #include <numeric>
 
@@ -472,31 +470,26 @@ int run(const uint8_t *data, size_t size, unsigned int max_ops,
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size);
 
 #ifndef JIX_LIBFUZZER
-// Replays the files named, each in a buffer exactly its own size, or else
-// the harness's own seeds; "--write DIR" writes the seeds there instead.
+// Replays the harness's seeds, each in a buffer exactly its own size, or
+// with "--write DIR" writes them there.  (A libFuzzer build replays any
+// input file it is given.)
 int main(int argc, char **argv)
 {
 	const char *slash = strrchr(argv[0], '/');
 	std::vector<Bytes> in = fz::seeds(slash ? slash + 1 : argv[0]);
 	bool write = argc == 3 && !strcmp(argv[1], "--write");
+	if (argc != 1 && !write)
+		return fprintf(stderr, "usage: %s [--write DIR]\n", argv[0]), 2;
 	for (size_t i = 0; write && i < in.size(); i++) {
 		std::ofstream f(std::string(argv[2]) + "/seed" + std::to_string(i), std::ios::binary);
 		FZ_CHECK(f.write((const char *)in[i].data(), in[i].size()), "cannot write to %s", argv[2]);
 	}
-	if (write)
-		return 0;
-	if (argc > 1)
-		in.clear();
-	for (int i = 1; i < argc; i++) {
-		std::ifstream f(argv[i], std::ios::binary);
-		FZ_CHECK(f, "cannot read %s", argv[i]);
-		in.emplace_back(std::istreambuf_iterator<char>(f), std::istreambuf_iterator<char>());
+	for (size_t i = 0; argc == 1 && i < in.size(); i++) {
+		std::unique_ptr<uint8_t[]> copy(new uint8_t[in[i].size() + !in[i].size()]);
+		std::copy(in[i].begin(), in[i].end(), copy.get());
+		LLVMFuzzerTestOneInput(copy.get(), in[i].size());
 	}
-	for (const Bytes &b : in) {
-		std::unique_ptr<uint8_t[]> copy(new uint8_t[b.size() + !b.size()]);
-		LLVMFuzzerTestOneInput(std::copy(b.begin(), b.end(), copy.get()) - b.size(), b.size());
-	}
-	printf("replayed %zu inputs\n", in.size());
+	printf("%s %zu seeds\n", write ? "wrote" : "replayed", in.size());
 	return in.empty();
 }
 #endif
