@@ -30,9 +30,8 @@ test: host
 	cd $(BUILD) && ctest --output-on-failure -j2
 
 # Tracked files only, blank and comment lines left out (tools/line-count.sh
-# says which): code is *.c *.h
-# *.cc *.cpp *.hpp outside tests/ and bench/, tests are all files under
-# tests/.
+# says which): code is *.c *.h *.cc *.cpp *.hpp outside tests/ and bench/,
+# tests are all files under tests/.
 # TEST_STATS_DIRS=... adds a line per directory.
 test-stats:
 	@bash tools/line-count.sh $(TEST_STATS_DIRS)
